@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "foundation/VNExport.h"
+
+class VNError;
+
+// Reads a whole file. Fails with EFBIG when it is larger than `maxBytes`.
+VN_EXPORT std::optional<std::string> VNReadFile(const std::string& path, size_t maxBytes,
+                                                VNError* error = nullptr);
+
+// Writes `bytes` to a new temporary file beside `path`, syncs it and renames it
+// over `path`, so a reader sees the old file or the whole new one. On failure
+// the temporary file is removed and any earlier file at `path` is untouched.
+VN_EXPORT bool VNWriteFileAtomically(const std::string& path, std::string_view bytes,
+                                     unsigned mode = 0644, VNError* error = nullptr);

@@ -1,0 +1,103 @@
+// JSON rendering of property-list values, for the command-line tool's --json.
+#include <cmath>
+#include <ctime>
+
+#include "foundation/VNFormat.h"
+#include "foundation/VNValue.h"
+
+namespace {
+
+void appendString(std::string& out, const std::string& s) {
+  out += '"';
+  for (unsigned char c : s) {
+    switch (c) {
+      case '"': out += "\\\""; break;
+      case '\\': out += "\\\\"; break;
+      case '\n': out += "\\n"; break;
+      case '\r': out += "\\r"; break;
+      case '\t': out += "\\t"; break;
+      default:
+        if (c < 0x20) out += VNFormat("\\u%04x", c);
+        else out += static_cast<char>(c);
+    }
+  }
+  out += '"';
+}
+
+std::string base64(const VNValue::Data& data) {
+  static const char table[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  for (size_t i = 0; i < data.size(); i += 3) {
+    unsigned v = data[i] << 16;
+    if (i + 1 < data.size()) v |= data[i + 1] << 8;
+    if (i + 2 < data.size()) v |= data[i + 2];
+    out += table[(v >> 18) & 63];
+    out += table[(v >> 12) & 63];
+    out += i + 1 < data.size() ? table[(v >> 6) & 63] : '=';
+    out += i + 2 < data.size() ? table[v & 63] : '=';
+  }
+  return out;
+}
+
+std::string isoDate(const VNValue::Date& date) {
+  std::time_t t = static_cast<std::time_t>(std::floor(date.unixTime()));
+  std::tm tm{};
+  gmtime_r(&t, &tm);
+  char buffer[32];
+  std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%SZ", &tm);
+  return buffer;
+}
+
+void render(const VNValue& value, bool pretty, int depth, std::string& out) {
+  const std::string newline = pretty ? "\n" : "";
+  const std::string pad = pretty ? std::string(static_cast<size_t>(depth + 1) * 2, ' ') : "";
+  const std::string closePad = pretty ? std::string(static_cast<size_t>(depth) * 2, ' ') : "";
+  switch (value.kind()) {
+    case VNValue::Kind::Null: out += "null"; return;
+    case VNValue::Kind::Boolean: out += *value.asBoolean() ? "true" : "false"; return;
+    case VNValue::Kind::Integer: out += std::to_string(*value.asInteger()); return;
+    case VNValue::Kind::Real: {
+      double d = *value.asReal();
+      out += std::isfinite(d) ? VNFormat("%.17g", d) : "null";
+      return;
+    }
+    case VNValue::Kind::String: appendString(out, *value.asString()); return;
+    case VNValue::Kind::Date: appendString(out, isoDate(*value.asDate())); return;
+    case VNValue::Kind::Data: appendString(out, base64(*value.asData())); return;
+    case VNValue::Kind::Array: {
+      const auto& items = *value.asArray();
+      if (items.empty()) { out += "[]"; return; }
+      out += "[" + newline;
+      for (size_t i = 0; i < items.size(); ++i) {
+        out += pad;
+        render(items[i], pretty, depth + 1, out);
+        out += (i + 1 < items.size() ? "," : "") + newline;
+      }
+      out += closePad + "]";
+      return;
+    }
+    case VNValue::Kind::Dictionary: {
+      const auto& dict = *value.asDictionary();
+      if (dict.empty()) { out += "{}"; return; }
+      out += "{" + newline;
+      size_t i = 0;
+      for (const auto& [key, item] : dict) {
+        out += pad;
+        appendString(out, key);
+        out += pretty ? ": " : ":";
+        render(item, pretty, depth + 1, out);
+        out += (++i < dict.size() ? "," : "") + newline;
+      }
+      out += closePad + "}";
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+std::string VNValue::jsonString(bool pretty) const {
+  std::string out;
+  render(*this, pretty, 0, out);
+  return out;
+}

@@ -1,0 +1,65 @@
+// varnel: the command-line tool over libVarnelUtils.
+#include <cstdio>
+#include <map>
+
+#include "Command.h"
+#include "foundation/VNError.h"
+#include "foundation/VNValue.h"
+#include "foundation/VNVersion.h"
+
+namespace varnel {
+namespace {
+
+std::map<std::string, CommandSetup>& registry() {
+  static std::map<std::string, CommandSetup> commands;
+  return commands;
+}
+
+}  // namespace
+
+CommandRegistration::CommandRegistration(const char* name, CommandSetup setup) {
+  registry().emplace(name, std::move(setup));
+}
+
+void printError(const VNError& error) {
+  std::fprintf(stderr, "varnel: %s\n", error.localizedDescription().c_str());
+  std::fprintf(stderr, "  domain: %s, code: %lld", error.domain().c_str(),
+               static_cast<long long>(error.code()));
+  if (!error.filePath().empty()) std::fprintf(stderr, ", path: %s", error.filePath().c_str());
+  std::fputc('\n', stderr);
+}
+
+int usageError(const std::string& message) {
+  std::fprintf(stderr, "varnel: %s\n", message.c_str());
+  return kExitUsage;
+}
+
+void printJSON(const VNValue& value) { std::printf("%s\n", value.jsonString(true).c_str()); }
+
+}  // namespace varnel
+
+int main(int argc, char** argv) {
+  CLI::App app{"varnel: populate data volumes from system templates, and related tools"};
+  app.require_subcommand(0, 1);
+  app.set_version_flag("--version", std::string("varnel ") +
+                                        std::to_string(VarnelUtilsVersionNumber).substr(0, 3));
+  int status = varnel::kExitOK;
+  for (auto& [name, setup] : varnel::registry()) setup(app, status);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForVersion& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    app.exit(e);
+    return varnel::kExitUsage;
+  }
+  if (app.get_subcommands().empty()) {
+    std::fputs(app.help().c_str(), stdout);
+    return varnel::kExitUsage;
+  }
+  return status;
+}
