@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "foundation/VNFileURL.h"
+
 namespace {
 
 // Links followed in one resolution before it counts as a loop, as the kernel
@@ -16,15 +18,10 @@ bool exists(const std::string& path) {
   return ::lstat(path.c_str(), &item) == 0;
 }
 
-std::vector<std::string_view> splitComponents(std::string_view path) {
-  std::vector<std::string_view> parts;
-  size_t i = 0;
-  while (i < path.size()) {
-    size_t next = path.find('/', i);
-    if (next == std::string_view::npos) next = path.size();
-    if (next > i) parts.push_back(path.substr(i, next - i));
-    i = next + 1;
-  }
+// The names in `path`, without the separators VNPathComponents reports.
+std::vector<std::string> splitComponents(std::string_view path) {
+  std::vector<std::string> parts = VNPathComponents(path);
+  std::erase(parts, "/");
   return parts;
 }
 
@@ -59,14 +56,14 @@ std::string readLink(const std::string& path, bool* ok) {
 
 std::string VNStandardizedPath(std::string_view path) {
   std::string out;
-  for (std::string_view part : splitComponents(path)) {
+  for (const std::string& part : splitComponents(path)) {
     if (part == ".") continue;
     if (part == "..") {
       dropLastComponent(out);
       continue;
     }
     out += '/';
-    out.append(part);
+    out += part;
   }
   return withoutPrivatePrefix(rootIfEmpty(std::move(out)));
 }
