@@ -126,3 +126,20 @@ TEST(PathByRemovingMountPoint, HiddenVolumeMountFallsBackToTheBindMount) {
   }
   EXPECT_EQ(cut(dir / "bind/file"), "/sub/file");
 }
+
+TEST(PathByRemovingMountPoint, MountedBtrfsSubvolumeIsAVolume) {
+  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::Btrfs, 300u << 20);
+  std::string output;
+  ASSERT_EQ(VNRunCommand("btrfs subvolume create '" + *image / "sv" + "'", &output), 0) << output;
+  ASSERT_EQ(::mkdir((*image / "sv/dir").c_str(), 0755), 0);
+  VNWriteTestFile(*image / "sv/dir/file", "x");
+  // Inside the top-level subvolume's mount, the subvolume is a folder.
+  EXPECT_EQ(cut(*image / "sv/dir/file"), "/sv/dir/file");
+  VNTestDir dir;
+  ASSERT_EQ(::mkdir((dir / "volume").c_str(), 0755), 0);
+  BindMount mounted(*image / "sv", dir / "volume");
+  ASSERT_TRUE(mounted.ok());
+  // Mounted on its own, the subvolume is the volume the path is taken on.
+  EXPECT_EQ(cut(dir / "volume/dir/file"), "/dir/file");
+  EXPECT_EQ(cut(dir / "volume"), "");
+}
