@@ -127,6 +127,18 @@ class VN_EXPORT VNUDataTemplateCopier {
   // once per item).
   bool _shouldSymlinkPath(const char* path, bool isDirectory) const;
 
+  // Lays the template down in the folder `target` (which must exist) and
+  // writes the receipts there: analyses the template when that has not been
+  // done, copies, then writes the receipts. The two-argument form reports to
+  // progressHandler(). On failure returns false with the error (the POSIX
+  // error of the item that failed, with its path); what was laid down before
+  // the failure stays, and no receipts are written.
+  bool copyDataTemplateToURL(const VNFileURL& target, VNError* error = nullptr);
+  bool copyDataTemplateToURL(const VNFileURL& target, VNError* error, ProgressHandler progress);
+  // The copy alone; true without copying when the template folder is missing.
+  bool _copyDataTemplateIfNeededToURL(const VNFileURL& target, VNError* error,
+                                      ProgressHandler progress);
+
   // Writes the receipt dictionary to `plistURL` as an XML property list,
   // replacing any file there. On failure nothing changes at `plistURL`.
   bool _writeDataTemplateReceiptPlistToURL(const VNFileURL& plistURL, VNError* error);

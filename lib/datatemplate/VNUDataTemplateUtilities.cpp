@@ -1,0 +1,132 @@
+// Installing a data template onto a data volume: copy into a temporary
+// folder on the volume, shove it into place, then force the attributes of
+// the users' folder.
+#include "datatemplate/VNUDataTemplateUtilities.h"
+
+#include "common/VNFileManagerUtilities.h"
+#include "common/VNLogging.h"
+#include "datatemplate/VNUDataTemplateCopier.h"
+#include "foundation/VNFormat.h"
+#include "platform/VNPlatformService.h"
+#include "platform/VNShove.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+namespace {
+
+constexpr const char* kFunction = "+[VNUDataTemplateUtilities copyDataTemplateWithSystemVolumePath:dataVolumePath:instantiateTetherlinks:progressBlock:withError:]";
+constexpr const char* kTemporaryFolderName = ".DTemplateInstantiation";
+constexpr std::uint32_t kShoveOptions = VNShoveMergeFolders | VNShoveReplaceItems;  // 0x30
+
+template <class... Args>
+void logLine(VNLogType type, int line, std::string_view format, const Args&... args) {
+  VNLogging::logType(type, kFunction, line, VNFormat(format, args...));
+}
+
+VNError templateError(std::int64_t code, std::shared_ptr<const VNError> underlying = nullptr) {
+  return VNError(VNUDataTemplateErrorDomain, code, {}, std::move(underlying));
+}
+
+bool fail(VNError* error, VNError value) {
+  VNSetError(error, std::move(value));
+  return false;
+}
+
+std::shared_ptr<const VNError> shared(VNError error) {
+  return std::make_shared<const VNError>(std::move(error));
+}
+
+// The copier's messages go to the library's log unchanged; its progress, the
+// items finished so far, goes to the caller's block.
+std::shared_ptr<VNUDataTemplateCopier> makeCopier(const VNFileURL& systemVolume,
+                                                  VNUDataTemplateUtilities::ProgressBlock progress) {
+  auto copier = VNUDataTemplateCopier::initWithSystemURL(systemVolume);
+  copier->setLogHandler([](VNUDataTemplateCopier&, const std::string& message) {
+    logLine(VNLogTypeDefault, __LINE__, "%@", message);
+  });
+  copier->setProgressHandler(
+      [progress = std::move(progress)](VNUDataTemplateCopier&, std::uint64_t items, std::uint64_t) {
+        if (progress) progress(items);
+      });
+  return copier;
+}
+
+bool createTemporaryFolder(const VNFileURL& folder, VNError* error) {
+  std::error_code ec;
+  std::filesystem::create_directories(folder.path(), ec);
+  if (!ec) return true;
+  return fail(error, templateError(VNUDataTemplateErrorCreateTemporaryFolder,
+                                   shared(VNError::posix(ec.value(), folder.path(), "create folder"))));
+}
+
+bool shoveIntoPlace(const VNFileURL& from, const VNFileURL& to, VNError* error) {
+  auto shove = VNPlatformSlot<VNShove>::get();
+  logLine(VNLogTypeDefault, __LINE__, "Shoving %@ -> %@", from.path(), to.path());
+  int result = shove->shove(from.path(), to.path(), kShoveOptions, [](int level, const std::string& message) {
+    logLine(level == VNShoveLogError ? VNLogTypeFault : VNLogTypeDefault, __LINE__, "Shove: %@", message);
+  });
+  return result == 0 || fail(error, templateError(VNUDataTemplateErrorShove));
+}
+
+}  // namespace
+
+bool VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(
+    const VNFileURL& systemVolumePath, const VNFileURL& dataVolumePath, bool,
+    ProgressBlock progressBlock, VNError* error) {
+  if (systemVolumePath.empty() || dataVolumePath.empty()) {
+    VNError missing = templateError(VNUDataTemplateErrorNoMountPoint);
+    missing.setUserInfoValue(VNLocalizedDescriptionKey,
+                             VNFormat("No mount point: system target (%@), data target (%@)",
+                                      systemVolumePath.empty() ? nullptr : systemVolumePath.absoluteString().c_str(),
+                                      dataVolumePath.empty() ? nullptr : dataVolumePath.absoluteString().c_str()));
+    return fail(error, std::move(missing));
+  }
+  auto copier = makeCopier(systemVolumePath, std::move(progressBlock));
+  logLine(VNLogTypeDefault, __LINE__, "Data Template Source: %@", copier->dataTemplateURL());
+  logLine(VNLogTypeDefault, __LINE__, "Template Destination Mountpoint: %@", dataVolumePath);
+
+  const VNFileURL temporary = dataVolumePath.URLByAppendingPathComponent(kTemporaryFolderName, true);
+  VNError removal;
+  if (!VNUtilities::VN_removeItemIfExistsAtURL(temporary, &removal))
+    return fail(error, templateError(VNUDataTemplateErrorRemoveTemporaryFolder, shared(removal)));
+  if (!createTemporaryFolder(temporary, error)) return false;
+  if (!copier->copyDataTemplateToURL(temporary, error)) return false;
+  if (!shoveIntoPlace(temporary, dataVolumePath, error)) return false;
+  if (!VNUtilities::VN_removeItemIfExistsAtURL(temporary, &removal))
+    logLine(VNLogTypeFault, __LINE__, "Unable to clean up Template temp directory: %@ (%@)", temporary, removal);
+
+  VNError forcing;
+  if (!_preserveAttributesFromDataTemplate(copier->dataTemplateURL(), dataVolumePath, &forcing))
+    return fail(error, templateError(VNUDataTemplateErrorForceAttributes, shared(forcing)));
+  return true;
+}
+
+bool VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(
+    const VNFileURL& systemVolumePath, const VNFileURL& dataVolumePath, bool instantiateTetherlinks,
+    VNError* error) {
+  return copyDataTemplateWithSystemVolumePath(systemVolumePath, dataVolumePath,
+                                              instantiateTetherlinks, nullptr, error);
+}
+
+bool VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
+                                                                    const VNFileURL& dataVolumePath,
+                                                                    VNError* error) {
+  return copyDataTemplateWithSystemVolumePath(systemVolumePath, dataVolumePath,
+                                              /*instantiateTetherlinks=*/true, nullptr, error);
+}
+
+bool VNUDataTemplateUtilities::_preserveAttributesFromDataTemplate(const VNFileURL& dataTemplate,
+                                                                   const VNFileURL& dataTarget,
+                                                                   VNError* error) {
+  static const char* const kForcedFolders[] = {"Users"};
+  for (const char* name : kForcedFolders) {
+    if (!_forceAttributesOfSrcPath(dataTemplate.URLByAppendingPathComponent(name, true),
+                                   dataTarget.URLByAppendingPathComponent(name, true), error))
+      return false;
+  }
+  return true;
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "foundation/VNError.h"
+#include "foundation/VNExport.h"
+#include "foundation/VNFileURL.h"
+
+// Populates a data volume from the data template of its system volume in one
+// call. Class methods only; nothing is kept between calls.
+class VN_EXPORT VNUDataTemplateUtilities {
+ public:
+  // Receives the number of template items laid down so far.
+  using ProgressBlock = std::function<void(std::uint64_t items)>;
+
+  VNUDataTemplateUtilities() = delete;
+
+  // Copies the template of the system rooted at `systemVolumePath` into the
+  // temporary folder ".DTemplateInstantiation" on the data volume rooted at
+  // `dataVolumePath`, moves its contents onto the data volume's root (merging
+  // into folders already there; items the template lacks are never touched),
+  // removes the temporary folder and forces the attributes of everything
+  // below the template's "Users" folder onto the data volume.
+  // `instantiateTetherlinks` is accepted and not consulted.
+  //
+  // An empty URL for either root fails at once with code 1 and touches
+  // nothing. A failure of the copy hands on the copier's own error and
+  // leaves the temporary folder for the next run to remove; other failures
+  // report codes 6, 7, 8 or 9 of VNUDataTemplateErrorDomain.
+  static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
+                                                   const VNFileURL& dataVolumePath,
+                                                   bool instantiateTetherlinks,
+                                                   ProgressBlock progressBlock,
+                                                   VNError* error = nullptr);
+  static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
+                                                   const VNFileURL& dataVolumePath,
+                                                   bool instantiateTetherlinks,
+                                                   VNError* error = nullptr);
+  static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
+                                                   const VNFileURL& dataVolumePath,
+                                                   VNError* error = nullptr);
+
+  // Forces, for each folder of the attribute-forcing list ("Users"), the
+  // attributes of the template's items onto the target's. Stops at the first
+  // failure.
+  static bool _preserveAttributesFromDataTemplate(const VNFileURL& dataTemplate,
+                                                  const VNFileURL& dataTarget,
+                                                  VNError* error = nullptr);
+  // Applies owner, group, permission bits, modification time and file flags
+  // of every item below `srcPath` (not `srcPath` itself) to the item of the
+  // same relative path below `dstPath`, never following a symbolic link on
+  // the destination. Missing destination items are logged and skipped; a
+  // source folder that can't be walked succeeds with nothing done.
+  static bool _forceAttributesOfSrcPath(const VNFileURL& srcPath, const VNFileURL& dstPath,
+                                        VNError* error = nullptr);
+};
