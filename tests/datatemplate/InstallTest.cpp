@@ -1,0 +1,190 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "datatemplate/VNUDataTemplateCopier.h"
+#include "datatemplate/VNUDataTemplateUtilities.h"
+#include "platform/VNFileFlags.h"
+#include "support/VNExtents.h"
+#include "support/VNFsMatchers.h"
+#include "support/VNLogCapture.h"
+#include "support/VNLoopImage.h"
+#include "support/VNTestDir.h"
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+
+namespace {
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+VNFileURL folder(const std::string& path) { return VNFileURL::fileURLWithPath(path, true); }
+
+std::vector<std::string> linesAt(VNLogCapture& capture, VNSystemLog::Level level) {
+  std::vector<std::string> lines;
+  for (const auto& entry : capture.systemLog().entries())
+    if (entry.level == level) lines.push_back(entry.text);
+  return lines;
+}
+
+// A system volume with a small template and a data volume that already
+// holds a user's files, side by side below one folder.
+class InstallTest : public ::testing::Test {
+ protected:
+  void SetUp() override { build(dir.path()); }
+
+  void build(const std::string& base) {
+    system = base + "/system";
+    data = base + "/data";
+    tmpl = system + "/System/Library/Templates/Data";
+    fs::create_directories(tmpl + "/Users/Shared");
+    fs::create_directories(tmpl + "/Library/Preferences");
+    VNWriteTestFile(tmpl + "/Library/Preferences/defaults", std::string(5000, 'p'));
+    VNWriteTestFile(tmpl + "/Users/Shared/welcome", "hello", 0644);
+    ::chmod((tmpl + "/Users/Shared").c_str(), 01777);
+    ::chmod((tmpl + "/Users").c_str(), 0755);
+    fs::create_directories(data + "/Users/alice");
+    VNWriteTestFile(data + "/Users/alice/diary", "private words", 0600);
+    ::chmod((data + "/Users").c_str(), 0711);
+  }
+
+  bool install(VNError* error, VNUDataTemplateUtilities::ProgressBlock progress = nullptr) {
+    return VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(
+        folder(system), folder(data), /*instantiateTetherlinks=*/true, std::move(progress), error);
+  }
+
+  VNTestDir dir;
+  VNLogCapture capture{dir / "migration.log"};
+  std::string system, data, tmpl;
+};
+
+}  // namespace
+
+TEST_F(InstallTest, EmptyRootFailsWithCodeOneAndTouchesNothing) {
+  VNError error;
+  EXPECT_FALSE(VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(VNFileURL(), folder(data), &error));
+  EXPECT_EQ(error.domain(), VNUDataTemplateErrorDomain);
+  EXPECT_EQ(error.code(), 1);
+  EXPECT_EQ(error.localizedDescription(),
+            "No mount point: system target ((null)), data target (" + folder(data).absoluteString() + ")");
+  EXPECT_FALSE(VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(folder(system), VNFileURL(), nullptr));
+  EXPECT_FALSE(fs::exists(data + "/.DTemplateInstantiation"));
+  EXPECT_FALSE(fs::exists(data + "/Library"));
+  EXPECT_TRUE(capture.systemLog().entries().empty()) << "nothing is logged";
+}
+
+TEST_F(InstallTest, PopulatesTheVolumeAroundTheUsersFiles) {
+  fs::create_directories(data + "/.DTemplateInstantiation/left-over");
+  struct stat diaryBefore {};
+  ASSERT_EQ(::lstat((data + "/Users/alice/diary").c_str(), &diaryBefore), 0);
+  std::vector<std::uint64_t> counts;
+  VNError error;
+  ASSERT_TRUE(install(&error, [&](std::uint64_t items) { counts.push_back(items); })) << error.description();
+
+  EXPECT_FALSE(fs::exists(data + "/.DTemplateInstantiation")) << "the temporary folder is gone";
+  EXPECT_EQ(readFile(data + "/Library/Preferences/defaults"), std::string(5000, 'p'));
+  EXPECT_EQ(readFile(data + "/Users/Shared/welcome"), "hello");
+  EXPECT_EQ(readFile(data + "/Users/alice/diary"), "private words");
+  EXPECT_THAT(data + "/Users/alice/diary", HasMode(0600));
+  EXPECT_THAT(data + "/Users/alice/diary", HasTimes(diaryBefore));
+  EXPECT_THAT(data + "/Users", HasMode(0711)) << "Users keeps its own attributes";
+  EXPECT_THAT(data + "/Users/Shared", HasMode(01777)) << "items below Users get the template's";
+  EXPECT_TRUE(fs::exists(data + "/Library/Veltra/System/Library/Receipts/org.varnel.files.data-template.plist"));
+
+  ASSERT_FALSE(counts.empty());
+  EXPECT_EQ(counts.front(), 0u);
+  for (size_t i = 1; i < counts.size(); ++i) EXPECT_LE(counts[i - 1], counts[i]);
+  EXPECT_LT(counts.back(), 100u) << "item counts, never bytes";
+  auto lines = linesAt(capture, VNSystemLog::Level::Default);
+  EXPECT_THAT(lines, ::testing::Contains(HasSubstr("Shoving ")));
+  EXPECT_THAT(lines, ::testing::Contains(HasSubstr("Data Template Source: file://" + tmpl)));
+}
+
+TEST_F(InstallTest, TetherlinkFlagDoesNotChangeTheResult) {
+  ASSERT_TRUE(VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(folder(system), folder(data), false, nullptr));
+  auto first = readFile(data + "/Users/Shared/welcome");
+  ASSERT_TRUE(VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(folder(system), folder(data), nullptr));
+  EXPECT_EQ(readFile(data + "/Users/Shared/welcome"), first);
+}
+
+TEST_F(InstallTest, MissingDestinationItemIsOneErrorLineNotAFailure) {
+  fs::create_directories(dir / "src/only-in-template");
+  fs::create_directories(dir / "dst");
+  VNError error;
+  EXPECT_TRUE(VNUDataTemplateUtilities::_forceAttributesOfSrcPath(folder(dir / "src"), folder(dir / "dst"), &error));
+  auto errors = linesAt(capture, VNSystemLog::Level::Error);
+  ASSERT_EQ(errors.size(), 1u);
+  EXPECT_EQ(errors[0], "File does not exist at the destination we're copying attributes to.");
+  EXPECT_TRUE(VNUDataTemplateUtilities::_forceAttributesOfSrcPath(folder(dir / "absent"), folder(dir / "dst"), &error))
+      << "a source that can't be walked forces nothing";
+}
+
+TEST_F(InstallTest, ForcingActsOnADestinationLinkNotItsTarget) {
+  fs::create_directories(dir / "src");
+  fs::create_directories(dir / "dst");
+  fs::create_directories(dir / "elsewhere");
+  ::chmod((dir / "elsewhere").c_str(), 0700);
+  VNWriteTestFile(dir / "src/item", "x", 0644);
+  ::symlink((dir / "elsewhere").c_str(), (dir / "dst/item").c_str());
+  ASSERT_TRUE(VNUDataTemplateUtilities::_forceAttributesOfSrcPath(folder(dir / "src"), folder(dir / "dst")));
+  EXPECT_THAT(dir / "elsewhere", HasMode(0700));
+}
+
+namespace {
+// Refuses every flag change with EPERM.
+class RefusingFileFlags final : public VNFileFlags {
+ public:
+  VNFsStatus getFlags(VNAtPath, std::uint32_t* flags) override {
+    *flags = VNFileFlag::UserImmutable;
+    return {};
+  }
+  VNFsStatus setFlags(VNAtPath item, std::uint32_t) override {
+    return VNFsStatus::failure(EPERM, "set flags of", item.path);
+  }
+};
+}  // namespace
+
+TEST_F(InstallTest, FailedFlagChangeIsAPOSIXErrorWithTheLoggedErrno) {
+  VNPlatformOverride<VNFileFlags> refusing(std::make_shared<RefusingFileFlags>());
+  VNError error;
+  EXPECT_FALSE(install(&error));
+  EXPECT_EQ(error.code(), 9);
+  ASSERT_TRUE(error.underlyingError());
+  EXPECT_EQ(error.underlyingError()->domain(), VNPOSIXErrorDomain);
+  EXPECT_EQ(error.underlyingError()->code(), EPERM);
+  EXPECT_EQ(error.underlyingError()->filePath(), data + "/Users/Shared");
+  EXPECT_THAT(linesAt(capture, VNSystemLog::Level::Error),
+              ::testing::Contains("Failed to chflags() source attributes to the destination path(" + data +
+                                  "/Users/Shared). errno:" + std::to_string(EPERM)));
+}
+
+// System and data roots on two subvolumes of one btrfs file system: the
+// template's hard links still become clones across them.
+TEST(InstallOnBtrfs, ClonesAcrossSubvolumesOfOneFileSystem) {
+  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::Btrfs, 300u << 20);
+  ASSERT_EQ(VNRunCommand("btrfs subvolume create " + *image / "system" + " >/dev/null"), 0);
+  ASSERT_EQ(VNRunCommand("btrfs subvolume create " + *image / "data" + " >/dev/null"), 0);
+  std::string tmpl = *image / "system/System/Library/Templates/Data";
+  fs::create_directories(tmpl + "/Library");
+  VNWriteTestFile(tmpl + "/Library/blob", std::string(1 << 20, 'b'));
+  ASSERT_EQ(::link((tmpl + "/Library/blob").c_str(), (tmpl + "/Library/blob2").c_str()), 0);
+  VNTestDir logDir;
+  VNLogCapture capture(logDir / "migration.log");
+  VNError error;
+  ASSERT_TRUE(VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(
+      folder(*image / "system"), folder(*image / "data"), &error)) << error.description();
+  EXPECT_THAT(linesAt(capture, VNSystemLog::Level::Default),
+              ::testing::Contains(HasSubstr(", 1 cloned items, 0 symlinked items")));
+  EXPECT_EQ(readFile(*image / "data/Library/blob2"), std::string(1 << 20, 'b'));
+  EXPECT_TRUE(VNAllExtentsShared(*image / "data/Library/blob")) << "the copy from the system subvolume is a clone";
+}
