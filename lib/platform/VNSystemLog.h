@@ -14,8 +14,10 @@
 // entry's PRIORITY (debug 7, default 5, error 3, fault 2), the subsystem and
 // category the fields VARNEL_SUBSYSTEM and VARNEL_CATEGORY. Debug entries are
 // recorded only when the environment variable VARNEL_LOG_DEBUG is "1", read
-// once when the service is made; every other level is always recorded. When
-// no journal or syslog daemon runs, entries are dropped without delay.
+// once when the service is made; every other level is always recorded. With
+// VARNEL_LOG_STDERR "1" (also read once) every unified-log entry is written to
+// stderr as well, one line each. When no journal or syslog daemon runs,
+// entries are dropped without delay.
 class VN_EXPORT VNSystemLog {
  public:
   enum class Level { Debug, Default, Error, Fault };

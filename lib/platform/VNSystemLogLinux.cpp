@@ -2,6 +2,7 @@
 #include <sys/uio.h>
 #include <syslog.h>
 #include <systemd/sd-journal.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
@@ -44,6 +45,7 @@ class LinuxSystemLog final : public VNSystemLog {
     int count = subsystem.empty() ? 2 : 4;
     for (int i = 0; i < count; ++i) vectors[i] = {fields[i].data(), fields[i].size()};
     sd_journal_sendv(vectors, count);
+    if (echoToStderr_) echo(text);
   }
 
   void syslog(int priority, std::string_view text) override {
@@ -52,10 +54,21 @@ class LinuxSystemLog final : public VNSystemLog {
   }
 
  private:
-  const bool debugEnabled_ = [] {
-    const char* value = std::getenv("VARNEL_LOG_DEBUG");
+  // One write per entry, so concurrent entries do not mix within a line.
+  static void echo(std::string_view text) {
+    std::string line(text);
+    line += '\n';
+    [[maybe_unused]] ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
+  }
+
+  static bool switchedOn(const char* name) {
+    const char* value = std::getenv(name);
     return value && std::string_view(value) == "1";
-  }();
+  }
+
+  const bool debugEnabled_ = switchedOn("VARNEL_LOG_DEBUG");
+  // Command-line tools show the library's log lines on their terminal too.
+  const bool echoToStderr_ = switchedOn("VARNEL_LOG_STDERR");
 };
 
 }  // namespace
