@@ -1,0 +1,165 @@
+// The file-flags word on Linux: inode flags plus the trusted.varnel.flags
+// extended attribute.
+#include <linux/fs.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdlib>
+#include <optional>
+
+#include "foundation/VNFormat.h"
+#include "platform/VNFileFlags.h"
+#include "platform/internal/VNItemFd.h"
+
+extern "C" {
+const char* const VNFileFlagsAttributeName = "trusted.varnel.flags";
+}
+
+namespace {
+
+using namespace VNFileFlag;
+
+constexpr unsigned kMappedInodeFlags = FS_NODUMP_FL | FS_IMMUTABLE_FL | FS_APPEND_FL | FS_COMPR_FL;
+constexpr unsigned kLockingInodeFlags = FS_IMMUTABLE_FL | FS_APPEND_FL;
+// Bits the inode flags carry alone; the attribute never repeats them.
+constexpr std::uint32_t kInodeOnlyBits = NoDump | Compressed;
+
+bool hasInodeFlags(mode_t mode) { return S_ISREG(mode) || S_ISDIR(mode); }
+
+bool isUnsupported(int code) {
+  return code == ENOTTY || code == EOPNOTSUPP || code == ENOSYS || code == EINVAL;
+}
+
+unsigned inodeFlagsForWord(std::uint32_t word) {
+  unsigned flags = 0;
+  if (word & NoDump) flags |= FS_NODUMP_FL;
+  if (word & ImmutableMask) flags |= FS_IMMUTABLE_FL;
+  if (word & AppendOnlyMask) flags |= FS_APPEND_FL;
+  if (word & Compressed) flags |= FS_COMPR_FL;
+  return flags;
+}
+
+// The spelling of one lockable flag: what the attribute says, or the user
+// spelling when it says nothing; nothing at all when the inode flag is off.
+std::uint32_t spelling(bool inodeHasFlag, std::uint32_t attribute, std::uint32_t mask,
+                       std::uint32_t userBit) {
+  if (!inodeHasFlag) return 0;
+  return (attribute & mask) ? (attribute & mask) : userBit;
+}
+
+std::uint32_t mergedWord(unsigned inode, std::uint32_t attribute) {
+  std::uint32_t word = attribute & ~(kInodeOnlyBits | ImmutableMask | AppendOnlyMask);
+  if (inode & FS_NODUMP_FL) word |= NoDump;
+  if (inode & FS_COMPR_FL) word |= Compressed;
+  word |= spelling(inode & FS_IMMUTABLE_FL, attribute, ImmutableMask, UserImmutable);
+  word |= spelling(inode & FS_APPEND_FL, attribute, AppendOnlyMask, UserAppendOnly);
+  return word;
+}
+
+// What the attribute must hold for `word` on an item with inode flags;
+// nothing when the inode flags say it all.
+std::optional<std::uint32_t> attributeForWord(std::uint32_t word) {
+  std::uint32_t attribute = word & ~kInodeOnlyBits;
+  if ((attribute & ~(UserImmutable | UserAppendOnly)) == 0) return std::nullopt;
+  return attribute;
+}
+
+class LinuxFileFlags final : public VNFileFlags {
+ public:
+  VNFsStatus getFlags(VNAtPath item, std::uint32_t* flags) override {
+    VNUniqueFd fd;
+    struct stat st {};
+    if (VNFsStatus status = openItem(item, &fd, &st); !status.ok()) return status;
+    std::optional<std::uint32_t> attribute;
+    if (VNFsStatus status = readAttribute(fd.get(), item, &attribute); !status.ok()) return status;
+    if (!hasInodeFlags(st.st_mode)) {
+      *flags = attribute.value_or(0);
+      return {};
+    }
+    unsigned inode = 0;
+    if (int code = readInodeFlags(fd.get(), &inode); code && !isUnsupported(code))
+      return VNFsStatus::failure(code, "read flags of", item.path);
+    *flags = mergedWord(inode, attribute.value_or(0));
+    return {};
+  }
+
+  VNFsStatus setFlags(VNAtPath item, std::uint32_t flags) override {
+    VNUniqueFd fd;
+    struct stat st {};
+    if (VNFsStatus status = openItem(item, &fd, &st); !status.ok()) return status;
+    std::optional<std::uint32_t> current;
+    if (VNFsStatus status = readAttribute(fd.get(), item, &current); !status.ok()) return status;
+    if (!hasInodeFlags(st.st_mode)) {
+      std::optional<std::uint32_t> wanted = flags ? std::optional(flags) : std::nullopt;
+      return wanted == current ? VNFsStatus{} : writeAttribute(fd.get(), item, wanted);
+    }
+
+    VNUniqueFd io;
+    if (int code = VNReopenItem(fd.get(), O_RDONLY | O_NONBLOCK, &io))
+      return VNFsStatus::failure(code, "open", item.path);
+    unsigned inode = 0;
+    int readCode = VNGetInodeFlags(io.get(), &inode);
+    if (readCode && !(isUnsupported(readCode) && inodeFlagsForWord(flags) == 0))
+      return VNFsStatus::failure(isUnsupported(readCode) ? EOPNOTSUPP : readCode, "read flags of", item.path);
+
+    std::optional<std::uint32_t> wanted = attributeForWord(flags);
+    if (wanted != current) {
+      // The kernel refuses attribute changes while the item is immutable or
+      // append-only: lift those first, set them again below.
+      if (inode & kLockingInodeFlags) {
+        inode &= ~kLockingInodeFlags;
+        if (int code = VNSetInodeFlags(io.get(), inode))
+          return VNFsStatus::failure(code, "set flags of", item.path);
+      }
+      if (VNFsStatus status = writeAttribute(fd.get(), item, wanted); !status.ok()) return status;
+    }
+    unsigned target = (inode & ~kMappedInodeFlags) | inodeFlagsForWord(flags);
+    if (readCode == 0 && target != inode) {
+      if (int code = VNSetInodeFlags(io.get(), target))
+        return VNFsStatus::failure(code, "set flags of", item.path);
+    }
+    return {};
+  }
+
+ private:
+  static VNFsStatus openItem(VNAtPath item, VNUniqueFd* fd, struct stat* st) {
+    if (int code = VNOpenItem(item, /*follow=*/false, fd))
+      return VNFsStatus::failure(code, "open", item.path);
+    if (::fstat(fd->get(), st) != 0) return VNFsStatus::failure(errno, "read status of", item.path);
+    return {};
+  }
+
+  static int readInodeFlags(int pathFd, unsigned* flags) {
+    VNUniqueFd io;
+    if (int code = VNReopenItem(pathFd, O_RDONLY | O_NONBLOCK, &io)) return code;
+    return VNGetInodeFlags(io.get(), flags);
+  }
+
+  static VNFsStatus readAttribute(int fd, VNAtPath item, std::optional<std::uint32_t>* value) {
+    std::string text;
+    int code = VNGetXattr(fd, VNFileFlagsAttributeName, &text);
+    if (code == ENODATA) {
+      value->reset();
+      return {};
+    }
+    if (code) return VNFsStatus::failure(code, "read flags attribute of", item.path);
+    // "0x" and one to eight hex digits; anything else is not ours to guess at.
+    if (text.size() < 3 || text.size() > 10 || text.compare(0, 2, "0x") != 0 ||
+        text.find_first_not_of("0123456789abcdefABCDEF", 2) != std::string::npos)
+      return VNFsStatus::failure(EINVAL, "read flags attribute of", item.path);
+    unsigned long parsed = std::strtoul(text.c_str() + 2, nullptr, 16);
+    *value = static_cast<std::uint32_t>(parsed);
+    return {};
+  }
+
+  static VNFsStatus writeAttribute(int fd, VNAtPath item, std::optional<std::uint32_t> value) {
+    int code = value ? VNSetXattr(fd, VNFileFlagsAttributeName, VNFormat("0x%08" PRIx32, *value))
+                     : VNRemoveXattr(fd, VNFileFlagsAttributeName);
+    return code ? VNFsStatus::failure(code, "write flags attribute of", item.path) : VNFsStatus{};
+  }
+};
+
+}  // namespace
+
+std::shared_ptr<VNFileFlags> VNFileFlags::makeDefault() { return std::make_shared<LinuxFileFlags>(); }
