@@ -178,7 +178,23 @@ VN_EXPORT void bom_entry_set_symlink_target(BomEntry* entry, const char* target)
 #ifdef __cplusplus
 }  // extern "C"
 
+#include <memory>
+
 class VNError;
+
+// Owners of the handles for C++ callers.
+struct VNBomStoreFree {
+  void operator()(BomStore* store) const { bom_free(store); }
+};
+struct VNBomEntryFree {
+  void operator()(BomEntry* entry) const { bom_entry_free(entry); }
+};
+struct VNBomEnumeratorFree {
+  void operator()(BomEnumerator* walk) const { bom_enumerator_free(walk); }
+};
+using VNBomStorePtr = std::unique_ptr<BomStore, VNBomStoreFree>;
+using VNBomEntryPtr = std::unique_ptr<BomEntry, VNBomEntryFree>;
+using VNBomEnumeratorPtr = std::unique_ptr<BomEnumerator, VNBomEnumeratorFree>;
 
 // The operations above that can fail, with the reason of a failure: errno,
 // step and path for file-system failures, VNBomErrorDomain for a file that is

@@ -34,6 +34,16 @@ uint32_t bigEndian32(const unsigned char* bytes) {
          uint32_t(bytes[3]);
 }
 
+// Whether the image is as long as its header says: page size times page
+// count. We always write both, so a file of another length was cut short or
+// padded.
+bool hasHeaderLength(const unsigned char* image, uint64_t size) {
+  uint32_t pageSize = uint32_t(image[16]) << 8 | image[17];
+  if (pageSize == 1) pageSize = 65536;
+  bool powerOfTwo = pageSize >= 512 && (pageSize & (pageSize - 1)) == 0;
+  return powerOfTwo && uint64_t(pageSize) * bigEndian32(image + 28) == size;
+}
+
 // Reads the regular file at `path` into memory SQLite owns. Opening with
 // O_NONBLOCK keeps a FIFO from blocking us before fstat shows what it is.
 VNSqliteBuffer readBomFile(const std::string& path, uint64_t* size, VNError* error) {
@@ -76,9 +86,13 @@ VNSqliteDb openHardenedConnection() {
   return db;
 }
 
-bool passesQuickCheck(sqlite3* db) {
+// The full integrity check, since the quicker one does not see keys out of
+// order, which would break walks and lookups. It also checks every row
+// against the table's constraints.
+bool passesIntegrityCheck(sqlite3* db) {
   sqlite3_stmt* raw = nullptr;
-  if (sqlite3_prepare_v2(db, "PRAGMA quick_check(1)", -1, &raw, nullptr) != SQLITE_OK) return false;
+  if (sqlite3_prepare_v2(db, "PRAGMA integrity_check(1)", -1, &raw, nullptr) != SQLITE_OK)
+    return false;
   VNSqliteStatement statement(raw);
   if (sqlite3_step(statement.get()) != SQLITE_ROW) return false;
   bool ok = VNSqliteColumnBytes(statement.get(), 0) == "ok";
@@ -107,6 +121,8 @@ std::shared_ptr<VNBomDatabase> VNBomDatabase::openFile(const std::string& path, 
                                "is a bill of materials of an unsupported layout version"));
     return nullptr;
   }
+  VNError damaged = bomError(VNBomErrorDamaged, path, "is a damaged bill of materials");
+  if (!hasHeaderLength(image.get(), size)) return VNSetError(error, damaged), nullptr;
   VNSqliteDb db = openHardenedConnection();
   if (!db) return VNSetError(error, VNError::posix(ENOMEM, path, "open")), nullptr;
   // SQLite frees the image on close, and on failure right away.
@@ -114,9 +130,9 @@ std::shared_ptr<VNBomDatabase> VNBomDatabase::openFile(const std::string& path, 
                                static_cast<sqlite3_int64>(size),
                                SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_READONLY);
   std::shared_ptr<VNBomDatabase> bom(new VNBomDatabase(std::move(db), /*readOnly=*/true));
-  if (rc != SQLITE_OK || !VNBomHasOurSchema(bom->handle()) || !passesQuickCheck(bom->handle()) ||
+  if (rc != SQLITE_OK || !VNBomHasOurSchema(bom->handle()) || !passesIntegrityCheck(bom->handle()) ||
       !bom->prepareStatements()) {
-    VNSetError(error, bomError(VNBomErrorDamaged, path, "is a damaged bill of materials"));
+    VNSetError(error, damaged);
     return nullptr;
   }
   return bom;
