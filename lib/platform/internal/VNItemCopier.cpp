@@ -134,19 +134,13 @@ class ItemCopy {
     if (createdHere) {
       created_.created(/*directory=*/false);
     } else if (errno == EEXIST && data == VNItemCopier::Data::AnyMethod) {
-      // Without unlink-first an existing regular file is overwritten in
-      // place; anything else there, a symbolic link above all, is refused.
-      fd = ::openat(destination_.dirfd, destination_.path,
-                    O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-      if (fd < 0) return fail(errno, "open", destination_);
+      if (VNFsStatus status = openExistingFile(&fd); !status.ok()) return status;
     } else {
       return fail(errno, "create file", destination_);
     }
     destinationFd_.reset(fd);
     struct stat target {};
     if (::fstat(fd, &target) != 0) return fail(errno, "read status of", destination_);
-    if (!createdHere && !S_ISREG(target.st_mode)) return fail(EEXIST, "create file", destination_);
-    if (!createdHere && ::ftruncate(fd, 0) != 0) return fail(errno, "truncate", destination_);
     if (data == VNItemCopier::Data::AnyMethod) keepCompression();
     bool cloneOnly = data == VNItemCopier::Data::CloneOnly;
     VNContentMethod method = methods->methodFor(sourceStat_.st_dev, target.st_dev);
@@ -154,6 +148,24 @@ class ItemCopy {
     VNContentResult result = VNCopyContent(input.get(), fd, sourceStat_.st_size, cloneOnly, &method);
     if (method != before) methods->remember(sourceStat_.st_dev, target.st_dev, method);
     if (result.code) return fail(result.code, result.step, result.onSource ? source_ : destination_);
+    return {};
+  }
+
+  // Without unlink-first an existing regular file is overwritten in place;
+  // anything else there is refused, a symbolic link above all (ELOOP).
+  VNFsStatus openExistingFile(int* fd) {
+    VNUniqueFd existing;
+    if (int code = VNOpenItem(destination_, /*follow=*/false, &existing)) return fail(code, "open", destination_);
+    struct stat st {};
+    if (::fstat(existing.get(), &st) != 0) return fail(errno, "read status of", destination_);
+    if (!S_ISREG(st.st_mode)) {
+      int code = S_ISLNK(st.st_mode) ? ELOOP : S_ISDIR(st.st_mode) ? EISDIR : EEXIST;
+      return fail(code, "create file", destination_);
+    }
+    VNUniqueFd output;
+    if (int code = VNReopenItem(existing.get(), O_WRONLY | O_TRUNC, &output))
+      return fail(code, "open", destination_);
+    *fd = output.release();
     return {};
   }
 
