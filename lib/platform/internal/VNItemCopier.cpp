@@ -19,6 +19,15 @@ constexpr const char* kAclNames[] = {"system.posix_acl_access", "system.posix_ac
 
 bool isAcl(const std::string& name) { return name.rfind("system.posix_acl_", 0) == 0; }
 
+// Attributes of the four generic namespaces belong to the item. Others are
+// properties of one file system (btrfs.compression mirrors the compressed
+// flag, which travels by its own means) that another could not take.
+bool isItemAttribute(const std::string& name) {
+  for (const char* prefix : {"user.", "trusted.", "security.", "system."})
+    if (name.rfind(prefix, 0) == 0) return true;
+  return false;
+}
+
 VNFsStatus fail(int code, std::string step, VNAtPath item) {
   return VNFsStatus::failure(code, std::move(step), item.path);
 }
@@ -217,7 +226,8 @@ class ItemCopy {
     if (int code = VNListXattrs(sourceFd_.get(), &names))
       return fail(code, "list extended attributes of", source_);
     for (const std::string& name : names) {
-      if (!(isAcl(name) ? acl : xattr) || name == VNFileFlagsAttributeName) continue;
+      if (!(isAcl(name) ? acl : xattr) || name == VNFileFlagsAttributeName || !isItemAttribute(name))
+        continue;
       std::string value;
       int code = VNGetXattr(sourceFd_.get(), name.c_str(), &value);
       if (code == ENODATA) continue;  // removed since it was listed
