@@ -342,3 +342,35 @@ TEST(CopyItem, StatFieldsOntoASymbolicLinkStayOnTheLink) {
 }
 
 }  // namespace
+
+namespace {
+
+// Items named relative to directory descriptors stay with those folders
+// even when the folders are renamed meanwhile, so a walk holding
+// descriptors cannot be redirected through a swapped path.
+TEST(CopyItem, NamesRelativeToDirectoryDescriptorsFollowTheFolders) {
+  VNTestDir dir;
+  ASSERT_EQ(::mkdir((dir / "from").c_str(), 0755), 0);
+  ASSERT_EQ(::mkdir((dir / "to").c_str(), 0755), 0);
+  VNWriteTestFile(dir / "from/file", "relative", 0604);
+  int from = ::open((dir / "from").c_str(), O_DIRECTORY | O_RDONLY | O_CLOEXEC);
+  int to = ::open((dir / "to").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_GE(from, 0);
+  ASSERT_GE(to, 0);
+  ASSERT_EQ(::rename((dir / "to").c_str(), (dir / "moved").c_str()), 0);
+  ASSERT_EQ(::mkdir((dir / "to").c_str(), 0755), 0);
+
+  EXPECT_THAT(VNCopyItem::makeDefault()->copyItem(VNAtPath(from, "file"), VNAtPath(to, "file"),
+                                                  VNCopyOptionSet::Full),
+              Succeeds());
+  EXPECT_EQ(ReadAll(dir / "moved/file"), "relative");
+  EXPECT_THAT(dir / "moved/file", HasMode(0604));
+  EXPECT_NE(::access((dir / "to/file").c_str(), F_OK), 0);
+  EXPECT_THAT(VNCopyItem::makeDefault()->copyItem(VNAtPath(from, "gone"), VNAtPath(to, "x"),
+                                                  VNCopyOptionSet::Full),
+              FailsWith(ENOENT, "gone"));
+  ::close(from);
+  ::close(to);
+}
+
+}  // namespace
