@@ -150,7 +150,9 @@ class ItemCopy {
     destinationFd_.reset(fd);
     struct stat target {};
     if (::fstat(fd, &target) != 0) return fail(errno, "read status of", destination_);
-    if (data == VNItemCopier::Data::AnyMethod) keepCompression();
+    if (data == VNItemCopier::Data::AnyMethod) {
+      if (VNFsStatus status = keepCompression(); !status.ok()) return status;
+    }
     bool cloneOnly = data == VNItemCopier::Data::CloneOnly;
     VNContentMethod method = methods->methodFor(sourceStat_.st_dev, target.st_dev);
     VNContentMethod before = method;
@@ -179,13 +181,18 @@ class ItemCopy {
   }
 
   // Marks the new file compressed before its data arrives, so that the data
-  // is stored compressed where the source's is; a file system without
-  // compression stores it plainly.
-  void keepCompression() {
+  // is stored compressed where the source's is. ENOTSUP on either side means
+  // a file system without compression: the data is stored plainly.
+  VNFsStatus keepCompression() {
     auto compression = VNPlatformSlot<VNCompression>::get();
     bool compressed = false;
-    if (compression->isCompressed(VNAtPath(sourceFd_.get(), ""), &compressed).ok() && compressed)
-      compression->setCompressed(VNAtPath(destinationFd_.get(), ""), true);
+    VNFsStatus status = compression->isCompressed(VNAtPath(sourceFd_.get(), ""), &compressed);
+    if (status.code == ENOTSUP) return {};
+    if (!status.ok()) return fail(status.code, status.step, source_);
+    if (!compressed) return {};
+    status = compression->setCompressed(VNAtPath(destinationFd_.get(), ""), true);
+    if (status.code == ENOTSUP) return {};
+    return status.ok() ? status : fail(status.code, status.step, destination_);
   }
 
   VNFsStatus carryMetadata() {
