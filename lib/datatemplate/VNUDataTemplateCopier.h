@@ -15,6 +15,9 @@
 #include "foundation/VNFormat.h"
 #include "foundation/VNValue.h"
 
+struct BomStore;
+struct BomEntry;
+
 // Domain of the data-template subsystem's errors: "org.varnel.VNUDataTemplateErrorDomain".
 VN_EXTERN_C VN_EXPORT const char* const VNUDataTemplateErrorDomain;
 // Identifier of the template receipts: "org.varnel.files.data-template".
@@ -61,6 +64,9 @@ class VN_EXPORT VNUDataTemplateCopier {
   // Receives the items and bytes finished so far during a copy.
   using ProgressHandler =
       std::function<void(VNUDataTemplateCopier& copier, std::uint64_t items, std::uint64_t bytes)>;
+  // Receives each entry of a BOM walk and whether it is symlinked; a
+  // symlinked entry arrives as the symbolic-link entry that replaces it.
+  using BOMWalkBlock = std::function<void(BomStore* store, BomEntry* entry, bool symlinked)>;
   using PatternList = std::vector<std::string>;
 
   // A copier on the running system, whose root is "/".
@@ -127,6 +133,30 @@ class VN_EXPORT VNUDataTemplateCopier {
   // once per item).
   bool _shouldSymlinkPath(const char* path, bool isDirectory) const;
 
+  // Opens the template's BOM read-only; null when it can't. The caller
+  // releases it with bom_free.
+  BomStore* _openDataTemplateBOM() const;
+  // Walks `store` (null allowed: nothing is visited) depth-first from its
+  // root. An entry the patterns select (never a symbolic link) is replaced
+  // by a new symbolic-link entry (mode 0120755, the link text of
+  // dataTemplateLinkForPath) and the subtree below it is not visited. Every
+  // entry is released after the block returns.
+  void _enumerateDataTemplateBOM(BomStore* store, const BOMWalkBlock& block);
+
+  // Sizes the template from its BOM and sets the totals and
+  // hasDataTemplateBOM. Never fails: without a BOM the totals count only the
+  // template root and the BOM file's place.
+  void analyzeDataTemplate();
+  // Runs the analysis while totalItems is 0.
+  void analyzeDataTemplateIfNeeded();
+
+  // Writes the receipt property list, then the receipt BOM, into the
+  // receipts folder below `targetURL`. A missing receipts folder is not an
+  // error: nothing is written and the answer is true. On failure `error`
+  // (never null) holds code 5 (property list; the BOM is then not written) or
+  // code 4 (BOM; the property list stays written).
+  bool _writeDataTemplateReceiptIfNeededToURL(const VNFileURL& targetURL, VNError* error);
+
   // Lays the template down in the folder `target` (which must exist) and
   // writes the receipts there: analyses the template when that has not been
   // done, copies, then writes the receipts. The two-argument form reports to
@@ -138,10 +168,17 @@ class VN_EXPORT VNUDataTemplateCopier {
   // The copy alone; true without copying when the template folder is missing.
   bool _copyDataTemplateIfNeededToURL(const VNFileURL& target, VNError* error,
                                       ProgressHandler progress);
-
   // Writes the receipt dictionary to `plistURL` as an XML property list,
   // replacing any file there. On failure nothing changes at `plistURL`.
   bool _writeDataTemplateReceiptPlistToURL(const VNFileURL& plistURL, VNError* error);
+  // Writes the receipt BOM to `bomURL`, replacing any file there, and
+  // compresses it where the file system can. On failure nothing changes at
+  // `bomURL`.
+  bool _writeDataTemplateReceiptBOMToURL(const VNFileURL& bomURL, VNError* error);
+  // A new uncommitted store for `path`: a copy of the template's BOM, or a
+  // scan of the template folder (stat fields and checksums) when it has none.
+  // Null when neither can be made.
+  BomStore* _openDataTemplateBOMForWritingToPath(const char* path) const;
 
  private:
   explicit VNUDataTemplateCopier(VNFileURL systemURL) : systemURL_(std::move(systemURL)) {}

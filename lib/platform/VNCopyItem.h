@@ -19,8 +19,8 @@ enum class VNCopyOption : std::uint32_t {
   // destination has and the source lacks, such as one inherited from a
   // parent's default ACL, is removed.
   ACL = 1u << 1,
-  // Every other extended attribute, except the file-flags attribute, which
-  // travels with Stat.
+  // Every other extended attribute of the user, trusted, security and system
+  // namespaces, except the file-flags attribute, which travels with Stat.
   Xattr = 1u << 2,
   // Owner, group, permission bits, access and modification times and the
   // file-flags word.

@@ -19,6 +19,15 @@ constexpr const char* kAclNames[] = {"system.posix_acl_access", "system.posix_ac
 
 bool isAcl(const std::string& name) { return name.rfind("system.posix_acl_", 0) == 0; }
 
+// Attributes of the four generic namespaces belong to the item. Others are
+// properties of one file system (btrfs.compression mirrors the compressed
+// flag, which travels by its own means) that another could not take.
+bool isItemAttribute(const std::string& name) {
+  for (const char* prefix : {"user.", "trusted.", "security.", "system."})
+    if (name.rfind(prefix, 0) == 0) return true;
+  return false;
+}
+
 VNFsStatus fail(int code, std::string step, VNAtPath item) {
   return VNFsStatus::failure(code, std::move(step), item.path);
 }
@@ -134,20 +143,16 @@ class ItemCopy {
     if (createdHere) {
       created_.created(/*directory=*/false);
     } else if (errno == EEXIST && data == VNItemCopier::Data::AnyMethod) {
-      // Without unlink-first an existing regular file is overwritten in
-      // place; anything else there, a symbolic link above all, is refused.
-      fd = ::openat(destination_.dirfd, destination_.path,
-                    O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-      if (fd < 0) return fail(errno, "open", destination_);
+      if (VNFsStatus status = openExistingFile(&fd); !status.ok()) return status;
     } else {
       return fail(errno, "create file", destination_);
     }
     destinationFd_.reset(fd);
     struct stat target {};
     if (::fstat(fd, &target) != 0) return fail(errno, "read status of", destination_);
-    if (!createdHere && !S_ISREG(target.st_mode)) return fail(EEXIST, "create file", destination_);
-    if (!createdHere && ::ftruncate(fd, 0) != 0) return fail(errno, "truncate", destination_);
-    if (data == VNItemCopier::Data::AnyMethod) keepCompression();
+    if (data == VNItemCopier::Data::AnyMethod) {
+      if (VNFsStatus status = keepCompression(); !status.ok()) return status;
+    }
     bool cloneOnly = data == VNItemCopier::Data::CloneOnly;
     VNContentMethod method = methods->methodFor(sourceStat_.st_dev, target.st_dev);
     VNContentMethod before = method;
@@ -157,14 +162,37 @@ class ItemCopy {
     return {};
   }
 
+  // Without unlink-first an existing regular file is overwritten in place;
+  // anything else there is refused, a symbolic link above all (ELOOP).
+  VNFsStatus openExistingFile(int* fd) {
+    VNUniqueFd existing;
+    if (int code = VNOpenItem(destination_, /*follow=*/false, &existing)) return fail(code, "open", destination_);
+    struct stat st {};
+    if (::fstat(existing.get(), &st) != 0) return fail(errno, "read status of", destination_);
+    if (!S_ISREG(st.st_mode)) {
+      int code = S_ISLNK(st.st_mode) ? ELOOP : S_ISDIR(st.st_mode) ? EISDIR : EEXIST;
+      return fail(code, "create file", destination_);
+    }
+    VNUniqueFd output;
+    if (int code = VNReopenItem(existing.get(), O_WRONLY | O_TRUNC, &output))
+      return fail(code, "open", destination_);
+    *fd = output.release();
+    return {};
+  }
+
   // Marks the new file compressed before its data arrives, so that the data
-  // is stored compressed where the source's is; a file system without
-  // compression stores it plainly.
-  void keepCompression() {
+  // is stored compressed where the source's is. ENOTSUP on either side means
+  // a file system without compression: the data is stored plainly.
+  VNFsStatus keepCompression() {
     auto compression = VNPlatformSlot<VNCompression>::get();
     bool compressed = false;
-    if (compression->isCompressed(VNAtPath(sourceFd_.get(), ""), &compressed).ok() && compressed)
-      compression->setCompressed(VNAtPath(destinationFd_.get(), ""), true);
+    VNFsStatus status = compression->isCompressed(VNAtPath(sourceFd_.get(), ""), &compressed);
+    if (status.code == ENOTSUP) return {};
+    if (!status.ok()) return fail(status.code, status.step, source_);
+    if (!compressed) return {};
+    status = compression->setCompressed(VNAtPath(destinationFd_.get(), ""), true);
+    if (status.code == ENOTSUP) return {};
+    return status.ok() ? status : fail(status.code, status.step, destination_);
   }
 
   VNFsStatus carryMetadata() {
@@ -205,7 +233,8 @@ class ItemCopy {
     if (int code = VNListXattrs(sourceFd_.get(), &names))
       return fail(code, "list extended attributes of", source_);
     for (const std::string& name : names) {
-      if (!(isAcl(name) ? acl : xattr) || name == VNFileFlagsAttributeName) continue;
+      if (!(isAcl(name) ? acl : xattr) || name == VNFileFlagsAttributeName || !isItemAttribute(name))
+        continue;
       std::string value;
       int code = VNGetXattr(sourceFd_.get(), name.c_str(), &value);
       if (code == ENODATA) continue;  // removed since it was listed
