@@ -49,6 +49,7 @@ class InstallTest : public ::testing::Test {
     tmpl = system + "/System/Library/Templates/Data";
     fs::create_directories(tmpl + "/Users/Shared");
     fs::create_directories(tmpl + "/Library/Preferences");
+    fs::create_directories(tmpl + "/Library/Veltra/System/Library/Receipts");
     VNWriteTestFile(tmpl + "/Library/Preferences/defaults", std::string(5000, 'p'));
     VNWriteTestFile(tmpl + "/Users/Shared/welcome", "hello", 0644);
     ::chmod((tmpl + "/Users/Shared").c_str(), 01777);
@@ -96,7 +97,10 @@ TEST_F(InstallTest, PopulatesTheVolumeAroundTheUsersFiles) {
   EXPECT_EQ(readFile(data + "/Users/Shared/welcome"), "hello");
   EXPECT_EQ(readFile(data + "/Users/alice/diary"), "private words");
   EXPECT_THAT(data + "/Users/alice/diary", HasMode(0600));
-  EXPECT_THAT(data + "/Users/alice/diary", HasTimes(diaryBefore));
+  struct stat diaryAfter {};
+  ASSERT_EQ(::lstat((data + "/Users/alice/diary").c_str(), &diaryAfter), 0);
+  EXPECT_EQ(diaryAfter.st_mtim.tv_nsec, diaryBefore.st_mtim.tv_nsec);
+  EXPECT_EQ(diaryAfter.st_ino, diaryBefore.st_ino);
   EXPECT_THAT(data + "/Users", HasMode(0711)) << "Users keeps its own attributes";
   EXPECT_THAT(data + "/Users/Shared", HasMode(01777)) << "items below Users get the template's";
   EXPECT_TRUE(fs::exists(data + "/Library/Veltra/System/Library/Receipts/org.varnel.files.data-template.plist"));
@@ -141,21 +145,25 @@ TEST_F(InstallTest, ForcingActsOnADestinationLinkNotItsTarget) {
 }
 
 namespace {
-// Refuses every flag change with EPERM.
+// Refuses flag changes below `refused` with EPERM; elsewhere the real flags.
 class RefusingFileFlags final : public VNFileFlags {
  public:
-  VNFsStatus getFlags(VNAtPath, std::uint32_t* flags) override {
-    *flags = VNFileFlag::UserImmutable;
-    return {};
+  explicit RefusingFileFlags(std::string refused) : refused_(std::move(refused)) {}
+  VNFsStatus getFlags(VNAtPath item, std::uint32_t* flags) override { return real_->getFlags(item, flags); }
+  VNFsStatus setFlags(VNAtPath item, std::uint32_t flags) override {
+    if (std::string(item.path).rfind(refused_, 0) == 0)
+      return VNFsStatus::failure(EPERM, "set flags of", item.path);
+    return real_->setFlags(item, flags);
   }
-  VNFsStatus setFlags(VNAtPath item, std::uint32_t) override {
-    return VNFsStatus::failure(EPERM, "set flags of", item.path);
-  }
+
+ private:
+  std::string refused_;
+  std::shared_ptr<VNFileFlags> real_ = VNFileFlags::makeDefault();
 };
 }  // namespace
 
 TEST_F(InstallTest, FailedFlagChangeIsAPOSIXErrorWithTheLoggedErrno) {
-  VNPlatformOverride<VNFileFlags> refusing(std::make_shared<RefusingFileFlags>());
+  VNPlatformOverride<VNFileFlags> refusing(std::make_shared<RefusingFileFlags>(data + "/Users/"));
   VNError error;
   EXPECT_FALSE(install(&error));
   EXPECT_EQ(error.code(), 9);
