@@ -24,9 +24,9 @@ void SetTimes(const std::string& path, time_t atime, time_t mtime) {
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
 }
 
-void SetFacl(const std::string& spec, const std::string& path) {
+void SetFacl(const std::string& entry, const std::string& path) {
   std::string output;
-  ASSERT_EQ(VNRunCommand("setfacl -m '" + spec + "' '" + path + "'", &output), 0) << output;
+  ASSERT_EQ(VNRunCommand("setfacl -m '" + entry + "' '" + path + "'", &output), 0) << output;
 }
 
 // Every piece of metadata reaches the copy of a regular file: contents,
