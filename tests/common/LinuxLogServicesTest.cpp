@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "common/VNLogging.h"
+#include "foundation/VNUniqueFd.h"
 #include "platform/VNBaseSystem.h"
 #include "platform/VNProcessInfo.h"
 #include "platform/VNSystemLog.h"
@@ -100,13 +101,17 @@ std::map<std::string, std::string> journalFields(const std::string& datagram) {
     std::string name = datagram.substr(at, end - at);
     if (datagram[end] == '=') {
       size_t newline = datagram.find('\n', end);
+      if (newline == std::string::npos) break;
       fields[name] = datagram.substr(end + 1, newline - end - 1);
       at = newline + 1;
     } else {
       std::uint64_t length = 0;
+      if (datagram.size() - end - 1 < sizeof length) break;
       std::memcpy(&length, datagram.data() + end + 1, sizeof length);
-      fields[name] = datagram.substr(end + 1 + sizeof length, length);
-      at = end + 1 + sizeof length + length + 1;
+      size_t valueAt = end + 1 + sizeof length;
+      if (length > datagram.size() - valueAt) break;
+      fields[name] = datagram.substr(valueAt, length);
+      at = valueAt + length + 1;
     }
   }
   return fields;
@@ -118,18 +123,19 @@ std::map<std::string, std::string> journalFields(const std::string& datagram) {
 std::vector<std::string> datagramsSentToTheJournal(const std::string& message) {
   int pipeFds[2];
   if (::pipe2(pipeFds, O_CLOEXEC) != 0) return {};
+  VNUniqueFd readEnd(pipeFds[0]), writeEnd(pipeFds[1]);
   pid_t child = ::fork();
+  if (child < 0) return {};
   if (child == 0) {
-    ::close(pipeFds[0]);
     ::alarm(120);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strcpy(address.sun_path, "/run/systemd/journal/socket");
-    int listener = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    VNUniqueFd listener(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("none", "/run", "tmpfs", 0, nullptr) != 0 || ::mkdir("/run/systemd", 0755) != 0 ||
         ::mkdir("/run/systemd/journal", 0755) != 0 ||
-        ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+        ::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
       ::_exit(1);
     auto log = VNSystemLog::makeDefault();
     VNSystemLogChannel channel(log, "org.varnel.test", "Journal");
@@ -138,22 +144,22 @@ std::vector<std::string> datagramsSentToTheJournal(const std::string& message) {
     log->log(VNSystemLog::Level::Default, "", "", "general");
     for (int i = 0; i < 4; ++i) {
       std::string buffer(1 << 16, '\0');
-      ssize_t got = ::recv(listener, buffer.data(), buffer.size(), 0);
+      ssize_t got = ::recv(listener.get(), buffer.data(), buffer.size(), 0);
       if (got < 0) ::_exit(1);
       std::uint32_t length = static_cast<std::uint32_t>(got);
-      if (::write(pipeFds[1], &length, sizeof length) != sizeof length ||
-          ::write(pipeFds[1], buffer.data(), length) != got)
+      if (::write(writeEnd.get(), &length, sizeof length) != sizeof length ||
+          ::write(writeEnd.get(), buffer.data(), length) != got)
         ::_exit(1);
     }
     ::_exit(0);
   }
-  ::close(pipeFds[1]);
+  writeEnd.reset();
   std::string all;
   char chunk[4096];
-  for (ssize_t got; (got = ::read(pipeFds[0], chunk, sizeof chunk)) > 0;) all.append(chunk, got);
-  ::close(pipeFds[0]);
+  for (ssize_t got; (got = ::read(readEnd.get(), chunk, sizeof chunk)) > 0;) all.append(chunk, got);
   int status = 0;
   ::waitpid(child, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return {};
   std::vector<std::string> datagrams;
   for (size_t at = 0; at + 4 <= all.size();) {
     std::uint32_t length = 0;
@@ -161,7 +167,7 @@ std::vector<std::string> datagramsSentToTheJournal(const std::string& message) {
     datagrams.push_back(all.substr(at + 4, length));
     at += 4 + length;
   }
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? datagrams : std::vector<std::string>{};
+  return datagrams;
 }
 
 TEST(LinuxSystemLog, JournalEntriesCarryPriorityChannelAndTheWholeMessage) {
