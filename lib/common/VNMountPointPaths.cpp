@@ -40,6 +40,9 @@ std::optional<std::string> VN_pathByRemovingMountPoint(std::string_view path) {
   size_t searched = std::min(realPath->size(), kSearchedBytes);
   if (mountPath->size() > searched || realPath->compare(0, mountPath->size(), *mountPath) != 0)
     return std::nullopt;
+  // The mount path is a prefix of the real path, so the leading run of its
+  // characters is the mount path itself; cutting exactly that keeps the
+  // separator after it ("/srv/data/Users/a" on "/srv/data" gives "/Users/a").
   return realPath->substr(mountPath->size());
 }
 

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 #include "foundation/VNFileURL.h"
 #include "foundation/VNFormat.h"

@@ -38,7 +38,9 @@ VN_EXPORT bool containsString(std::string_view string, std::string_view needle);
 
 // Whether the POSIX extended regular expression `pattern` matches anywhere in
 // `string` (bytes up to the first NUL of either). A pattern that does not
-// compile gives false.
+// compile gives false. Patterns must come from a trusted source: the C
+// library's regcomp needs memory exponential in stacked or nested
+// repetitions ("a++++++++++++++++++++++" takes gigabytes).
 VN_EXPORT bool containsRegEx(std::string_view string, std::string_view pattern);
 
 // Whether `path` names the root or an item directly in it, written with or

@@ -68,29 +68,25 @@ std::optional<std::uint32_t> attributeForWord(std::uint32_t word) {
 class LinuxFileFlags final : public VNFileFlags {
  public:
   VNFsStatus getFlags(VNAtPath item, std::uint32_t* flags) override {
-    VNUniqueFd fd;
-    struct stat st {};
-    if (VNFsStatus status = openItem(item, &fd, &st); !status.ok()) return status;
-    std::optional<std::uint32_t> attribute;
-    if (VNFsStatus status = readAttribute(fd.get(), item, &attribute); !status.ok()) return status;
-    if (!hasInodeFlags(st.st_mode)) {
-      *flags = attribute.value_or(0);
+    Item state;
+    if (VNFsStatus status = load(item, &state); !status.ok()) return status;
+    if (!hasInodeFlags(state.mode)) {
+      *flags = state.attribute.value_or(0);
       return {};
     }
     unsigned inode = 0;
-    if (int code = readInodeFlags(fd.get(), &inode); code && !isUnsupported(code))
+    if (int code = readInodeFlags(state.fd.get(), &inode); code && !isUnsupported(code))
       return VNFsStatus::failure(code, "read flags of", item.path);
-    *flags = mergedWord(inode, attribute.value_or(0));
+    *flags = mergedWord(inode, state.attribute.value_or(0));
     return {};
   }
 
   VNFsStatus setFlags(VNAtPath item, std::uint32_t flags) override {
-    VNUniqueFd fd;
-    struct stat st {};
-    if (VNFsStatus status = openItem(item, &fd, &st); !status.ok()) return status;
-    std::optional<std::uint32_t> current;
-    if (VNFsStatus status = readAttribute(fd.get(), item, &current); !status.ok()) return status;
-    if (!hasInodeFlags(st.st_mode)) {
+    Item state;
+    if (VNFsStatus status = load(item, &state); !status.ok()) return status;
+    const VNUniqueFd& fd = state.fd;
+    const std::optional<std::uint32_t>& current = state.attribute;
+    if (!hasInodeFlags(state.mode)) {
       std::optional<std::uint32_t> wanted = flags ? std::optional(flags) : std::nullopt;
       return wanted == current ? VNFsStatus{} : writeAttribute(fd.get(), item, wanted);
     }
@@ -123,11 +119,20 @@ class LinuxFileFlags final : public VNFileFlags {
   }
 
  private:
-  static VNFsStatus openItem(VNAtPath item, VNUniqueFd* fd, struct stat* st) {
-    if (int code = VNOpenItem(item, /*follow=*/false, fd))
+  // An item held O_PATH, its kind, and its flags attribute.
+  struct Item {
+    VNUniqueFd fd;
+    mode_t mode = 0;
+    std::optional<std::uint32_t> attribute;
+  };
+
+  static VNFsStatus load(VNAtPath item, Item* state) {
+    if (int code = VNOpenItem(item, /*follow=*/false, &state->fd))
       return VNFsStatus::failure(code, "open", item.path);
-    if (::fstat(fd->get(), st) != 0) return VNFsStatus::failure(errno, "read status of", item.path);
-    return {};
+    struct stat st {};
+    if (::fstat(state->fd.get(), &st) != 0) return VNFsStatus::failure(errno, "read status of", item.path);
+    state->mode = st.st_mode;
+    return readAttribute(state->fd.get(), item, &state->attribute);
   }
 
   static int readInodeFlags(int pathFd, unsigned* flags) {

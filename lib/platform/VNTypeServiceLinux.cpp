@@ -73,15 +73,17 @@ class LinuxTypeService final : public VNTypeService {
       return {};
     bool directory = S_ISDIR(item.st_mode);
     VNTypeResourceValues values{false, directory, std::string()};
-    std::string extension = url.pathExtension();
-    for (const auto& entry : kExtensions) {
-      if (entry.directory == directory && sameIgnoringCase(entry.extension, extension)) {
-        values.isPackage = entry.package;
-        values.typeIdentifier = std::string(entry.identifier);
-        return values;
+    if (directory || S_ISREG(item.st_mode)) {
+      std::string extension = url.pathExtension();
+      for (const auto& entry : kExtensions) {
+        if (entry.directory == directory && sameIgnoringCase(entry.extension, extension)) {
+          values.isPackage = entry.package;
+          values.typeIdentifier = std::string(entry.identifier);
+          return values;
+        }
       }
     }
-    values.typeIdentifier = directory             ? "org.varnel.folder"
+    values.typeIdentifier = directory               ? "org.varnel.folder"
                             : S_ISLNK(item.st_mode) ? "org.varnel.symlink"
                             : S_ISREG(item.st_mode) ? "org.varnel.data"
                                                     : "org.varnel.special-file";

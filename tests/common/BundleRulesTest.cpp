@@ -214,3 +214,28 @@ TEST(BundleIsPlatformBinary, UnsignedIsNeverTrue) {
   EXPECT_EQ(log->lines[1].second,
             "Platform Binary: Sigilread failed (OSS 22): " + dir / "Broken.app");
 }
+
+TEST(TypeService, ValuesFromTheTableWithoutFollowingLinks) {
+  VNTestDir dir;
+  auto types = VNTypeService::makeDefault();
+  makeDir(dir / "x.bundle");
+  makeDir(dir / "x.framework");
+  VNWriteTestFile(dir / "a.PLIST", "x");
+  ASSERT_EQ(::symlink("x.bundle", (dir / "link.plist").c_str()), 0);
+  ASSERT_EQ(::mkfifo((dir / "pipe.txt").c_str(), 0644), 0);
+  auto check = [&](const std::string& name, bool package, bool directory, const char* type) {
+    auto values = types->resourceValues(url(dir / name));
+    EXPECT_EQ(values.isPackage, package) << name;
+    EXPECT_EQ(values.isDirectory, directory) << name;
+    EXPECT_EQ(values.typeIdentifier, type) << name;
+  };
+  check("x.bundle", true, true, "org.varnel.plugin-bundle");
+  check("x.framework", false, true, "org.varnel.framework");
+  check("a.PLIST", false, false, "org.varnel.property-list");
+  check("link.plist", false, false, "org.varnel.symlink");
+  check("pipe.txt", false, false, "org.varnel.special-file");
+  EXPECT_TRUE(types->typeConformsTo("org.varnel.plugin-bundle", "org.varnel.package"));
+  EXPECT_FALSE(types->typeConformsTo("org.varnel.framework", "org.varnel.package"));
+  // The link is not followed: the bundle behind it does not make it one.
+  EXPECT_FALSE(pathIsBundle(url(dir / "link.plist")));
+}

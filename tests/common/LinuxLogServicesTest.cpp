@@ -1,17 +1,24 @@
 // The Linux implementations behind VNLogging, run for real.
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <cstdint>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "common/VNLogging.h"
+#include "foundation/VNUniqueFd.h"
 #include "platform/VNBaseSystem.h"
 #include "platform/VNProcessInfo.h"
 #include "platform/VNSystemLog.h"
@@ -56,7 +63,7 @@ TEST(LinuxSystemLog, DropsEntriesWithoutBlockingWhenNoJournalOrSyslogRuns) {
     ::alarm(120);
     auto log = VNSystemLog::makeDefault();
     VNSystemLogChannel channel(log, "org.varnel.test", "Journal");
-    const std::string withNul("nul\0inside\nand a newline", 25);
+    const std::string withNul = std::string("nul") + '\0' + "inside\nand a newline";
     for (int i = 0; i < 2000; ++i) {
       for (auto level : {VNSystemLog::Level::Debug, VNSystemLog::Level::Default,
                          VNSystemLog::Level::Error, VNSystemLog::Level::Fault}) {
@@ -80,6 +87,105 @@ TEST(LinuxSystemLog, DropsEntriesWithoutBlockingWhenNoJournalOrSyslogRuns) {
     GTEST_SKIP() << "a journal or syslog socket exists and cannot be hidden without root";
   ASSERT_TRUE(WIFEXITED(status)) << "the child died with signal " << WTERMSIG(status);
   EXPECT_EQ(WEXITSTATUS(status), kChildDone);
+}
+
+// Splits one datagram of the journal's native protocol into its fields:
+// "NAME=value\n", or "NAME\n", a 64-bit little-endian length, the value and
+// "\n" for values that hold a newline.
+std::map<std::string, std::string> journalFields(const std::string& datagram) {
+  std::map<std::string, std::string> fields;
+  size_t at = 0;
+  while (at < datagram.size()) {
+    size_t end = datagram.find_first_of("=\n", at);
+    if (end == std::string::npos) break;
+    std::string name = datagram.substr(at, end - at);
+    if (datagram[end] == '=') {
+      size_t newline = datagram.find('\n', end);
+      if (newline == std::string::npos) break;
+      fields[name] = datagram.substr(end + 1, newline - end - 1);
+      at = newline + 1;
+    } else {
+      std::uint64_t length = 0;
+      if (datagram.size() - end - 1 < sizeof length) break;
+      std::memcpy(&length, datagram.data() + end + 1, sizeof length);
+      size_t valueAt = end + 1 + sizeof length;
+      if (length > datagram.size() - valueAt) break;
+      fields[name] = datagram.substr(valueAt, length);
+      at = valueAt + length + 1;
+    }
+  }
+  return fields;
+}
+
+// In a child with a private mount namespace and an empty /run, listens where
+// the journal does, logs one entry per level and passes each datagram back
+// through a pipe, each preceded by its 32-bit length.
+std::vector<std::string> datagramsSentToTheJournal(const std::string& message) {
+  int pipeFds[2];
+  if (::pipe2(pipeFds, O_CLOEXEC) != 0) return {};
+  VNUniqueFd readEnd(pipeFds[0]), writeEnd(pipeFds[1]);
+  pid_t child = ::fork();
+  if (child < 0) return {};
+  if (child == 0) {
+    ::alarm(120);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, "/run/systemd/journal/socket");
+    VNUniqueFd listener(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", "/run", "tmpfs", 0, nullptr) != 0 || ::mkdir("/run/systemd", 0755) != 0 ||
+        ::mkdir("/run/systemd/journal", 0755) != 0 ||
+        ::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+      ::_exit(1);
+    auto log = VNSystemLog::makeDefault();
+    VNSystemLogChannel channel(log, "org.varnel.test", "Journal");
+    for (auto level : {VNSystemLog::Level::Default, VNSystemLog::Level::Error, VNSystemLog::Level::Fault})
+      channel.log(level, message);
+    log->log(VNSystemLog::Level::Default, "", "", "general");
+    for (int i = 0; i < 4; ++i) {
+      std::string buffer(1 << 16, '\0');
+      ssize_t got = ::recv(listener.get(), buffer.data(), buffer.size(), 0);
+      if (got < 0) ::_exit(1);
+      std::uint32_t length = static_cast<std::uint32_t>(got);
+      if (::write(writeEnd.get(), &length, sizeof length) != sizeof length ||
+          ::write(writeEnd.get(), buffer.data(), length) != got)
+        ::_exit(1);
+    }
+    ::_exit(0);
+  }
+  writeEnd.reset();
+  std::string all;
+  char chunk[4096];
+  for (ssize_t got; (got = ::read(readEnd.get(), chunk, sizeof chunk)) > 0;) all.append(chunk, got);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return {};
+  std::vector<std::string> datagrams;
+  for (size_t at = 0; at + 4 <= all.size();) {
+    std::uint32_t length = 0;
+    std::memcpy(&length, all.data() + at, 4);
+    datagrams.push_back(all.substr(at + 4, length));
+    at += 4 + length;
+  }
+  return datagrams;
+}
+
+TEST(LinuxSystemLog, JournalEntriesCarryPriorityChannelAndTheWholeMessage) {
+  if (::geteuid() != 0) GTEST_SKIP() << "listening where the journal does needs a mount namespace (root)";
+  const std::string message = std::string("two\nlines, a NUL ") + '\0' + " and ü";
+  auto datagrams = datagramsSentToTheJournal(message);
+  ASSERT_EQ(datagrams.size(), 4u);
+  const char* priorities[] = {"5", "3", "2"};
+  for (int i = 0; i < 3; ++i) {
+    auto fields = journalFields(datagrams[i]);
+    EXPECT_EQ(fields["MESSAGE"], message);
+    EXPECT_EQ(fields["PRIORITY"], priorities[i]);
+    EXPECT_EQ(fields["VARNEL_SUBSYSTEM"], "org.varnel.test");
+    EXPECT_EQ(fields["VARNEL_CATEGORY"], "Journal");
+  }
+  auto general = journalFields(datagrams[3]);
+  EXPECT_EQ(general["MESSAGE"], "general");
+  EXPECT_EQ(general.count("VARNEL_SUBSYSTEM"), 0u) << "the general log has no channel fields";
 }
 
 TEST(LinuxSystemLog, DebugIsOffUnlessAskedForAndOtherLevelsAreOn) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <barrier>
+#include <chrono>
 #include <climits>
 #include <cstdint>
 #include <fstream>
@@ -207,6 +208,7 @@ TEST_F(LoggingTest, LeavingTheBaseSystemStopsLinesButKeepsTheFileOpen) {
 // once, every line arrives, and no line is torn by another.
 TEST_F(LoggingTest, ConcurrentFirstMessagesOpenTheFileOnceAndNeverInterleave) {
   capture.baseSystem().setAnswer(true);
+  capture.logFileLocation().setLookupDelay(std::chrono::milliseconds(50));
   constexpr int kThreads = 16;
   constexpr int kMessages = 200;
   const std::string padding(3000, 'x');

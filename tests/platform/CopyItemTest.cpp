@@ -24,9 +24,9 @@ void SetTimes(const std::string& path, time_t atime, time_t mtime) {
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
 }
 
-void SetFacl(const std::string& spec, const std::string& path) {
+void SetFacl(const std::string& entry, const std::string& path) {
   std::string output;
-  ASSERT_EQ(VNRunCommand("setfacl -m '" + spec + "' '" + path + "'", &output), 0) << output;
+  ASSERT_EQ(VNRunCommand("setfacl -m '" + entry + "' '" + path + "'", &output), 0) << output;
 }
 
 // Every piece of metadata reaches the copy of a regular file: contents,
@@ -371,6 +371,38 @@ TEST(CopyItem, NamesRelativeToDirectoryDescriptorsFollowTheFolders) {
               FailsWith(ENOENT, "gone"));
   ::close(from);
   ::close(to);
+}
+
+}  // namespace
+
+namespace {
+
+// Metadata onto an item that is already there and locked (a folder whose
+// stat fields come after its contents, a second run over a target): the
+// steps still land, and the flags end as the source's, or as they were
+// when the copy does not carry flags.
+TEST(CopyItem, MetadataLandsOnALockedDestination) {
+  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::XFS, kImageBytes);
+  auto flags = VNFileFlags::makeDefault();
+  std::string source = *image / "source", locked = *image / "locked";
+  ASSERT_EQ(::mkdir(source.c_str(), 0751), 0);
+  ASSERT_EQ(::lsetxattr(source.c_str(), "user.tag", "v", 1, 0), 0);
+  SetTimes(source, 1000000000, 1100000000);
+  ASSERT_THAT(flags->setFlags(source, VNFileFlag::Restricted), Succeeds());
+  ASSERT_EQ(::mkdir(locked.c_str(), 0700), 0);
+  ASSERT_THAT(flags->setFlags(locked, VNFileFlag::UserImmutable | VNFileFlag::UserAppendOnly), Succeeds());
+
+  ASSERT_THAT(VNCopyItem::makeDefault()->copyItem(source, locked, VNCopyOptionSet::Directory), Succeeds());
+  EXPECT_THAT(locked, HasXattr("user.tag", "v"));
+  std::uint32_t word = 0;
+  ASSERT_THAT(flags->getFlags(locked, &word), Succeeds());
+  EXPECT_EQ(word, VNFileFlag::UserImmutable | VNFileFlag::UserAppendOnly) << "flags put back";
+
+  ASSERT_THAT(VNCopyItem::makeDefault()->copyItem(source, locked, VNCopyOptionSet::StatOnly), Succeeds());
+  EXPECT_THAT(locked, HasMode(0751));
+  EXPECT_THAT(locked, HasTimes(LstatOf(source)));
+  ASSERT_THAT(flags->getFlags(locked, &word), Succeeds());
+  EXPECT_EQ(word, VNFileFlag::Restricted);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "support/VNLogCapture.h"
 
 #include <algorithm>
+#include <thread>
 
 #include "common/internal/VNLoggingState.h"
 
@@ -50,6 +51,7 @@ std::string VNFakeBaseSystem::lastClientIdentifier() const {
 
 std::string VNFakeLogFileLocation::migrationLogPath() {
   ++lookups_;
+  std::this_thread::sleep_for(delay_.load());
   return path_;
 }
 

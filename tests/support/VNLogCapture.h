@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -58,16 +59,20 @@ class VNFakeBaseSystem final : public VNBaseSystem {
   std::string lastClient_;
 };
 
-// Points the log file at a path of the test's and counts the look-ups.
+// Points the log file at a path of the test's and counts the look-ups. A
+// look-up can be made to take a while, which holds other threads at the
+// file's once-only set-up long enough for a missing guard to show.
 class VNFakeLogFileLocation final : public VNLogFileLocation {
  public:
   explicit VNFakeLogFileLocation(std::string path) : path_(std::move(path)) {}
   std::string migrationLogPath() override;
   int lookups() const { return lookups_; }
+  void setLookupDelay(std::chrono::milliseconds delay) { delay_ = delay; }
 
  private:
   const std::string path_;
   std::atomic<int> lookups_{0};
+  std::atomic<std::chrono::milliseconds> delay_{std::chrono::milliseconds(0)};
 };
 
 class VNFakeProcessInfo final : public VNProcessInfo {

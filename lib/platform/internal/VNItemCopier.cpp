@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,7 @@ class CreatedItem {
     directory_ = directory;
   }
   void dismiss() { created_ = false; }
+  bool active() const { return created_; }
 
  private:
   VNAtPath item_;
@@ -197,6 +199,24 @@ class ItemCopy {
 
   VNFsStatus carryMetadata() {
     bool stat = VNHasOption(options_, VNCopyOption::Stat);
+    bool attributes = VNHasOption(options_, VNCopyOption::ACL) || VNHasOption(options_, VNCopyOption::Xattr);
+    if (!stat && !attributes) return {};
+    std::optional<std::uint32_t> lockedWord;
+    if (!created_.active()) {
+      if (VNFsStatus status = unlockExisting(&lockedWord); !status.ok()) return status;
+    }
+    VNFsStatus status = carrySteps(stat);
+    // Put back the locking flags the steps did not replace; after a failure
+    // the first error is the one to report.
+    if (lockedWord && (!status.ok() || !stat)) {
+      VNFsStatus restored = VNPlatformSlot<VNFileFlags>::get()->setFlags(
+          VNAtPath(destinationFd_.get(), ""), *lockedWord);
+      if (status.ok() && !restored.ok()) status = fail(restored.code, restored.step, destination_);
+    }
+    return status;
+  }
+
+  VNFsStatus carrySteps(bool stat) {
     if (stat) {
       if (VNFsStatus status = setOwner(); !status.ok()) return status;
       if (VNFsStatus status = setMode(); !status.ok()) return status;
@@ -207,6 +227,23 @@ class ItemCopy {
       if (VNFsStatus status = setFlags(); !status.ok()) return status;
     }
     return {};
+  }
+
+  // A destination that was there before (a folder whose stat fields come
+  // after its contents, an item copied onto again) may be immutable or
+  // append-only, which refuses every metadata change: lift those flags for
+  // the steps. Only regular files and folders have them enforced.
+  VNFsStatus unlockExisting(std::optional<std::uint32_t>* lockedWord) {
+    if (!S_ISREG(destinationStat_.st_mode) && !S_ISDIR(destinationStat_.st_mode)) return {};
+    auto flags = VNPlatformSlot<VNFileFlags>::get();
+    std::uint32_t word = 0;
+    VNFsStatus status = flags->getFlags(VNAtPath(destinationFd_.get(), ""), &word);
+    const std::uint32_t locking = VNFileFlag::ImmutableMask | VNFileFlag::AppendOnlyMask;
+    if (status.ok() && (word & locking)) {
+      status = flags->setFlags(VNAtPath(destinationFd_.get(), ""), word & ~locking);
+      if (status.ok()) *lockedWord = word;
+    }
+    return status.ok() ? status : fail(status.code, status.step, destination_);
   }
 
   VNFsStatus setOwner() {
