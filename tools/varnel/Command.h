@@ -21,6 +21,10 @@ struct CommandRegistration {
   CommandRegistration(const char* name, CommandSetup setup);
 };
 
+// The "template" subcommand group, made by whichever of its subcommands
+// registers first.
+CLI::App* templateCommand(CLI::App& app);
+
 // Prints "varnel: <description>" and the error's domain, code and path to
 // stderr.
 void printError(const VNError& error);

@@ -82,15 +82,6 @@ int runAnalyze(const AnalyzeOptions& options) {
   return kExitOK;
 }
 
-CLI::App* templateCommand(CLI::App& app) {
-  std::function<bool(CLI::App*)> isTemplate = [](CLI::App* sub) { return sub->get_name() == "template"; };
-  for (CLI::App* existing : app.get_subcommands(isTemplate))
-    return existing;
-  auto* command = app.add_subcommand("template", "Work with the data template of a system");
-  command->require_subcommand(1);
-  return command;
-}
-
 CommandRegistration registration("template analyze", [](CLI::App& app, int& status) {
   auto* command = templateCommand(app)->add_subcommand(
       "analyze", "Size a system's data template and list its symlink patterns");
@@ -102,4 +93,14 @@ CommandRegistration registration("template analyze", [](CLI::App& app, int& stat
 });
 
 }  // namespace
+
+CLI::App* templateCommand(CLI::App& app) {
+  std::function<bool(CLI::App*)> isTemplate = [](CLI::App* sub) { return sub->get_name() == "template"; };
+  for (CLI::App* existing : app.get_subcommands(isTemplate))
+    return existing;
+  auto* command = app.add_subcommand("template", "Work with the data template of a system");
+  command->require_subcommand(1);
+  return command;
+}
+
 }  // namespace varnel
