@@ -8,6 +8,8 @@
 #include <sstream>
 
 #include "datatemplate/VNUDataTemplateCopier.h"
+#include "platform/VNPlatformService.h"
+#include "platform/VNStorageTiers.h"
 #include "support/VNFsMatchers.h"
 #include "support/VNLoopImage.h"
 #include "support/VNTestDir.h"
@@ -185,4 +187,39 @@ TEST(CopyEngine, FullFileSystemEndsTheWalkWithENOSPCAndThePath) {
   EXPECT_FALSE(fs::exists(image->mountPoint() + "/big")) << "a half-written copy is removed";
   ASSERT_FALSE(items.empty());
   EXPECT_EQ(items.front(), 0u);
+}
+
+namespace {
+// Tiers where the template is pinned fast and every change is refused.
+class RefusingTiers final : public VNStorageTiers {
+ public:
+  explicit RefusingTiers(std::string templateRoot) : templateRoot_(std::move(templateRoot)) {}
+  VNFsStatus getTierFlags(VNAtPath item, bool, std::uint64_t* flags) override {
+    *flags = std::string(item.path).rfind(templateRoot_, 0) == 0 ? VNTierFlag::PinnedFast : 0;
+    return {};
+  }
+  VNFsStatus setFastPromotion(VNAtPath item, bool, bool) override {
+    return VNFsStatus::failure(EPERM, "set fast promotion of", item.path);
+  }
+  VNFsStatus setPin(VNAtPath item, Pin, bool) override {
+    return VNFsStatus::failure(EPERM, "pin", item.path);
+  }
+
+ private:
+  std::string templateRoot_;
+};
+}  // namespace
+
+TEST(CopyEngine, FailedTierFlagChangeIsLoggedAndTheCopyGoesOn) {
+  VNTestDir dir;
+  TemplateRun run(dir.path());
+  VNWriteTestFile(run.tmpl("file"), "data");
+  VNPlatformOverride<VNStorageTiers> tiers(std::make_shared<RefusingTiers>(run.tmpl("")));
+  VNError error;
+  ASSERT_TRUE(run.copy(&error)) << error.description();
+  int tierLines = 0;
+  for (const auto& line : run.log)
+    tierLines += line.find("could not preserve QRFS Tandem flags for " + run.target("file")) == 0;
+  EXPECT_EQ(tierLines, 1);
+  EXPECT_EQ(readFile(run.target("file")), "data");
 }
