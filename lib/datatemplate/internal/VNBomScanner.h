@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+class VNBomDatabase;
+class VNError;
+
+// Lists the tree rooted at `rootPath` into a new writable BOM: the root as
+// the entry ".", then every item below it in walk order, never following a
+// symbolic link. `options` selects checksums (each regular file read once)
+// and stat fields. Names of one file found several times in the tree share a
+// hard-link group. Null, with errno, step and path, when any item cannot be
+// read.
+std::shared_ptr<VNBomDatabase> VNBomScanTree(const std::string& rootPath, uint16_t options,
+                                             VNError* error);
