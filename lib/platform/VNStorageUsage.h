@@ -67,13 +67,16 @@ class VN_EXPORT VNStorageUsage {
   // On failure returns values of Unknown type and sets `*error`.
   virtual VNStorageValues valuesOfItem(const std::string& path, VNError* error = nullptr) = 0;
 
-  // Visits every item below the folder `root` (not `root` itself), depth
-  // first, each folder before its contents, without following symbolic
-  // links (also not `root` itself). Items whose values cannot be read are
-  // visited with Unknown values; folders that cannot be opened or read are
-  // reported to `onError` (POSIX errors with step and path) and the walk goes
-  // on without their contents. Crosses mount points. Open descriptors grow
-  // with the depth of the tree, one per level.
+  // Visits every item below the folder `root` (not `root` itself), without
+  // following symbolic links (also not `root` itself): a folder's entries in
+  // the order the file system lists them, then the contents of each of its
+  // subfolders in turn. Items whose values cannot be read are visited with
+  // Unknown values; folders that cannot be opened or read are reported to
+  // `onError` (POSIX errors with step and path) and the walk goes on without
+  // their contents. Crosses mount points. Open descriptors grow with the
+  // depth of the tree, one per level. On file systems that clone, a second
+  // thread helps read large folders; the callbacks always run on the caller's
+  // thread.
   virtual void walk(const std::string& root, const Visitor& visit, const ErrorHandler& onError) = 0;
 
   static std::shared_ptr<VNStorageUsage> makeDefault();
