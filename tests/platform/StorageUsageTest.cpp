@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <thread>
 
 #include "platform/VNStorageUsage.h"
 #include "support/VNLoopImage.h"
@@ -146,6 +147,47 @@ TEST(VNStorageUsage, ClonesShareAContentIdentifier) {
     EXPECT_EQ(walked.byInode.at(inodeOf(*image / "clone")).contentIdentifier, a.contentIdentifier)
         << "the walk reads the same identifier";
   }
+}
+
+// Large folders on a file system that clones are read by two threads: every
+// entry still comes once, in one piece, on the caller's thread.
+TEST(VNStorageUsage, LargeFoldersReadByTwoThreadsGiveEachEntryOnce) {
+  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::XFS, 300u << 20);
+  std::string original = *image / "big/original";
+  std::filesystem::create_directories(*image / "big");
+  ASSERT_EQ(VNRunCommand("head -c 65536 /dev/urandom > " + original), 0);
+  ASSERT_EQ(VNRunCommand("cd " + *image / "big" +
+                         " && for i in $(seq 150); do cp --reflink=always original c$i;"
+                         " head -c 5000 /dev/zero > p$i; done"),
+            0);
+  std::uint64_t shared = *VNStorageUsage::makeDefault()->valuesOfItem(original).contentIdentifier;
+  auto caller = std::this_thread::get_id();
+  bool sameThread = true;
+  Walked walked;
+  VNStorageUsage::makeDefault()->walk(
+      image->mountPoint(),
+      [&](const VNStorageValues& values) {
+        sameThread = sameThread && std::this_thread::get_id() == caller;
+        ++walked.visits;
+        walked.byInode[values.inode] = values;
+        return true;
+      },
+      [](const VNError&) { return true; });
+  EXPECT_TRUE(sameThread);
+  EXPECT_EQ(walked.visits, walked.byInode.size());
+  size_t clones = 0, plain = 0;
+  for (const auto& [inode, values] : walked.byInode) {
+    if (values.type != Type::Regular) continue;
+    if (values.contentIdentifier) {
+      EXPECT_EQ(*values.contentIdentifier, shared);
+      ++clones;
+    } else {
+      EXPECT_EQ(values.fileSize, 5000u);
+      ++plain;
+    }
+  }
+  EXPECT_EQ(clones, 151u);
+  EXPECT_EQ(plain, 150u);
 }
 
 // A file system that cannot clone makes no file look shared.
