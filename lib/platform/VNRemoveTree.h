@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+#include "foundation/VNExport.h"
+
+class VNError;
+
+// Removes the item at `path` and, for a directory, everything below it,
+// relative to directory descriptors and never following a symbolic link.
+// Items below `path` that vanish meanwhile count as removed; `path` itself
+// missing fails with ENOENT. On failure the error names the step and the
+// path that failed, and what was removed before it stays removed.
+VN_EXPORT bool VNRemoveTree(const std::string& path, VNError* error = nullptr);

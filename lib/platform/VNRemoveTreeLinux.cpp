@@ -1,0 +1,74 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "foundation/VNError.h"
+#include "foundation/VNUniqueFd.h"
+#include "platform/VNRemoveTree.h"
+
+namespace {
+
+struct DirCloser {
+  void operator()(DIR* dir) const { ::closedir(dir); }
+};
+
+struct Failure {
+  int code = 0;
+  std::string path;
+  const char* step = "";
+};
+
+bool fail(Failure* failure, int code, const std::string& path, const char* step) {
+  *failure = {code, path, step};
+  return false;
+}
+
+bool removeEntry(int dirfd, const char* name, const std::string& path, Failure* failure);
+
+bool removeChildren(int fd, const std::string& path, Failure* failure) {
+  int copy = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  if (copy < 0) return fail(failure, errno, path, "read directory");
+  std::unique_ptr<DIR, DirCloser> dir(::fdopendir(copy));
+  if (!dir) {
+    int code = errno;
+    ::close(copy);
+    return fail(failure, code, path, "read directory");
+  }
+  for (;;) {
+    errno = 0;
+    const dirent* entry = ::readdir(dir.get());
+    if (!entry) return errno == 0 || fail(failure, errno, path, "read directory");
+    if (!std::strcmp(entry->d_name, ".") || !std::strcmp(entry->d_name, "..")) continue;
+    if (!removeEntry(fd, entry->d_name, path + "/" + entry->d_name, failure) &&
+        failure->code != ENOENT)
+      return false;
+  }
+}
+
+bool removeEntry(int dirfd, const char* name, const std::string& path, Failure* failure) {
+  if (::unlinkat(dirfd, name, 0) == 0) return true;
+  int unlinkError = errno;
+  if (unlinkError != EISDIR && unlinkError != EPERM)
+    return fail(failure, unlinkError, path, "remove");
+  VNUniqueFd dir(::openat(dirfd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!dir) {
+    int code = errno == ENOTDIR || errno == ELOOP ? unlinkError : errno;
+    return fail(failure, code, path, code == unlinkError ? "remove" : "open directory");
+  }
+  if (!removeChildren(dir.get(), path, failure)) return false;
+  if (::unlinkat(dirfd, name, AT_REMOVEDIR) == 0 || errno == ENOENT) return true;
+  return fail(failure, errno, path, "remove directory");
+}
+
+}  // namespace
+
+bool VNRemoveTree(const std::string& path, VNError* error) {
+  Failure failure;
+  if (removeEntry(AT_FDCWD, path.c_str(), path, &failure)) return true;
+  VNSetError(error, VNError::posix(failure.code, failure.path, failure.step));
+  return false;
+}
