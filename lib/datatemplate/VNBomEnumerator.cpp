@@ -60,11 +60,6 @@ BomEntry* bom_enumerator_next(BomEnumerator* walk) {
   }
   std::string key;
   std::unique_ptr<BomEntry> entry = VNBomDatabase::entryFromRow(walk->walk.get(), &key);
-  // A damaged file could hold keys out of order; never go backwards.
-  if (key < walk->resumeFrom) {
-    walk->mustSeek = true;
-    return nullptr;
-  }
   walk->lastWasDirectory = entry->type == BomEntryTypeDirectory;
   walk->resumeFrom = VNBomKeyOfFirstDescendant(key);
   walk->lastKey = std::move(key);

@@ -27,3 +27,19 @@ std::string VNBomShortNameForKey(std::string_view key) {
   if (key.empty()) return ".";
   return std::string(key.substr(key.rfind('\0') + 1));
 }
+
+bool VNBomIsValidKey(std::string_view key) {
+  if (key.size() > kVNBomMaxKeyBytes) return false;
+  if (key.empty()) return true;
+  if (key.front() != '\0') return false;
+  size_t start = 1;
+  for (;;) {
+    size_t end = key.find('\0', start);
+    std::string_view component = key.substr(start, end == std::string_view::npos ? end : end - start);
+    if (component.empty() || component == "." || component == ".." ||
+        component.find('/') != std::string_view::npos)
+      return false;
+    if (end == std::string_view::npos) return true;
+    start = end + 1;
+  }
+}

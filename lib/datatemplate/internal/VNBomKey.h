@@ -19,6 +19,10 @@ inline constexpr size_t kVNBomMaxKeyBytes = 16384;
 // or a key longer than kVNBomMaxKeyBytes.
 std::optional<std::string> VNBomKeyForPath(std::string_view path);
 
+// Whether `key` is one VNBomKeyForPath can give: empty, or NUL-led non-empty
+// components without '/', "." or "..", at most kVNBomMaxKeyBytes long.
+bool VNBomIsValidKey(std::string_view key);
+
 // "a/b" for the key "\0a\0b", "." for the root key.
 std::string VNBomPathForKey(std::string_view key);
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "datatemplate/internal/VNBomDatabase.h"
+#include "datatemplate/internal/VNBomKey.h"
 #include "datatemplate/internal/VNSqlite.h"
 
 namespace {
@@ -77,4 +78,49 @@ bool VNBomHasOurSchema(sqlite3* db) {
   bool ok = false;
   std::vector<SchemaRow> rows = readSchema(db, &ok);
   return ok && !expectedSchema().empty() && rows == expectedSchema();
+}
+
+namespace {
+
+bool isInteger(sqlite3_stmt* row, int column, sqlite3_int64 low, sqlite3_int64 high) {
+  if (sqlite3_column_type(row, column) != SQLITE_INTEGER) return false;
+  sqlite3_int64 value = sqlite3_column_int64(row, column);
+  return value >= low && value <= high;
+}
+
+bool isBlob(sqlite3_stmt* row, int column, int maxBytes) {
+  return sqlite3_column_type(row, column) == SQLITE_BLOB &&
+         sqlite3_column_bytes(row, column) <= maxBytes;
+}
+
+}  // namespace
+
+bool VNBomRowsAreSound(sqlite3* db) {
+  sqlite3_stmt* raw = nullptr;
+  if (sqlite3_prepare_v2(db,
+                         "SELECT key, type, mode, options, size, checksum, uid, gid, mtime, "
+                         "link_target, link_group FROM entries",
+                         -1, &raw, nullptr) != SQLITE_OK)
+    return false;
+  VNSqliteStatement row(raw);
+  constexpr sqlite3_int64 kMax32 = 0xFFFFFFFF;
+  std::string previous;
+  bool first = true;
+  int rc;
+  while ((rc = sqlite3_step(row.get())) == SQLITE_ROW) {
+    sqlite3_stmt* r = row.get();
+    if (sqlite3_column_type(r, 0) != SQLITE_BLOB) return false;
+    std::string_view key = VNSqliteColumnBytes(r, 0);
+    if (!VNBomIsValidKey(key) || (!first && key <= previous)) return false;
+    bool sound = isInteger(r, 1, BomEntryTypeFile, BomEntryTypeSocket) &&
+                 isInteger(r, 2, 0, 0xFFFF) && isInteger(r, 3, 0, 0xFFFF) &&
+                 sqlite3_column_type(r, 4) == SQLITE_INTEGER && isInteger(r, 5, 0, kMax32) &&
+                 isInteger(r, 6, 0, kMax32) && isInteger(r, 7, 0, kMax32) &&
+                 sqlite3_column_type(r, 8) == SQLITE_INTEGER && isBlob(r, 9, 4096) &&
+                 isBlob(r, 10, 1023);
+    if (!sound) return false;
+    previous.assign(key);
+    first = false;
+  }
+  return rc == SQLITE_DONE;
 }

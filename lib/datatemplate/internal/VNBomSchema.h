@@ -14,3 +14,10 @@ bool VNBomInstallSchema(sqlite3* db);
 // file with other definitions (no constraints, triggers, views) is refused
 // before any of its rows are read.
 bool VNBomHasOurSchema(sqlite3* db);
+
+// Reads every row once in stored order and checks what the table's
+// constraints promise (keys well formed and strictly ascending, values in
+// range and of their column's type). A file can break these without SQLite
+// noticing: bit flips inside a row or a key moved out of order. False on the
+// first bad row and when SQLite reports the file damaged.
+bool VNBomRowsAreSound(sqlite3* db);
