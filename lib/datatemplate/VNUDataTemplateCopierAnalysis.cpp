@@ -7,7 +7,6 @@
 
 #include "datatemplate/VNBomStore.h"
 #include "datatemplate/VNUDataTemplateCopier.h"
-#include "datatemplate/internal/VNBomHandles.h"
 
 namespace {
 

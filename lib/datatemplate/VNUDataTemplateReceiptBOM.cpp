@@ -5,7 +5,6 @@
 
 #include "datatemplate/VNBomStore.h"
 #include "datatemplate/VNUDataTemplateCopier.h"
-#include "datatemplate/internal/VNBomHandles.h"
 #include "datatemplate/internal/VNDataTemplateLocations.h"
 #include "platform/VNCompression.h"
 #include "platform/VNPlatformService.h"

@@ -5,7 +5,6 @@
 
 #include "CopierFakes.h"
 #include "datatemplate/VNBomStore.h"
-#include "datatemplate/internal/VNBomHandles.h"
 
 namespace {
 

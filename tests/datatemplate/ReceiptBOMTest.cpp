@@ -10,7 +10,6 @@
 #include "foundation/VNFileIO.h"
 #include "platform/VNPlatformService.h"
 #include "datatemplate/VNBomStore.h"
-#include "datatemplate/internal/VNBomHandles.h"
 #include "platform/VNCompression.h"
 #include "support/VNLoopImage.h"
 
