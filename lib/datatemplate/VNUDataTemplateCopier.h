@@ -1,0 +1,184 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/VNError.h"
+#include "foundation/VNExport.h"
+#include "foundation/VNFileURL.h"
+#include "foundation/VNFormat.h"
+#include "foundation/VNValue.h"
+
+struct BomStore;
+struct BomEntry;
+
+// Domain of the data-template subsystem's errors: "org.varnel.VNUDataTemplateErrorDomain".
+VN_EXTERN_C VN_EXPORT const char* const VNUDataTemplateErrorDomain;
+// Identifier of the template receipts: "org.varnel.files.data-template".
+VN_EXTERN_C VN_EXPORT const char* const VNUDTTemplateReceiptIdentifier;
+// Keys of one tetherlink pair in a tetherlink list.
+VN_EXTERN_C VN_EXPORT const char* const VNUDTTetherlinkSourceKey;
+VN_EXTERN_C VN_EXPORT const char* const VNUDTTetherlinkDestinationKey;
+
+// Codes of VNUDataTemplateErrorDomain (2 and 3 are never raised).
+enum VNUDataTemplateErrorCode : std::int64_t {
+  VNUDataTemplateErrorNoMountPoint = 1,
+  VNUDataTemplateErrorReceiptBOM = 4,
+  VNUDataTemplateErrorReceiptPlist = 5,
+  VNUDataTemplateErrorRemoveTemporaryFolder = 6,
+  VNUDataTemplateErrorCreateTemporaryFolder = 7,
+  VNUDataTemplateErrorShove = 8,
+  VNUDataTemplateErrorForceAttributes = 9,
+};
+
+// Size of the buffer dataTemplateLinkForPath writes into.
+inline constexpr std::size_t VNUDTLinkBufferSize = 1024;
+
+// Writes into `buffer` (VNUDTLinkBufferSize bytes, always NUL-terminated) the
+// text of the symbolic link that stands on a target for the template item at
+// the template-relative `path`: one "../" per slash of the path (after a
+// leading run of "/" and "./" is stripped), then
+// "System/Library/Templates/Data/<path>", with a final "/" for a directory.
+// Text that does not fit is cut off.
+VN_EXTERN_C VN_EXPORT void dataTemplateLinkForPath(const char* path, bool isDirectory,
+                                                   char* buffer);
+
+// Takes the data template of a system root to a target: finds the template,
+// its bill of materials (BOM) and its symlink-pattern manifest, decides which
+// template items are laid down as symbolic links back into the template,
+// sizes the template, and writes the receipts of a copy.
+//
+// A copier is used from one thread at a time. The handlers and the pattern
+// lists may be read or replaced from any thread; each read or replacement is
+// indivisible. The totals are plain fields written by the analysis.
+class VN_EXPORT VNUDataTemplateCopier {
+ public:
+  // Receives every finished log message.
+  using LogHandler = std::function<void(VNUDataTemplateCopier& copier, const std::string& message)>;
+  // Receives the items and bytes finished so far during a copy.
+  using ProgressHandler =
+      std::function<void(VNUDataTemplateCopier& copier, std::uint64_t items, std::uint64_t bytes)>;
+  // Receives each entry of a BOM walk and whether it is symlinked; a
+  // symlinked entry arrives as the symbolic-link entry that replaces it.
+  using BOMWalkBlock = std::function<void(BomStore* store, BomEntry* entry, bool symlinked)>;
+  using PatternList = std::vector<std::string>;
+
+  // A copier on the running system, whose root is "/".
+  static std::shared_ptr<VNUDataTemplateCopier> init();
+  // A copier on the system rooted at `systemURL`. Nothing is read yet.
+  static std::shared_ptr<VNUDataTemplateCopier> initWithSystemURL(const VNFileURL& systemURL);
+
+  VNUDataTemplateCopier(const VNUDataTemplateCopier&) = delete;
+  VNUDataTemplateCopier& operator=(const VNUDataTemplateCopier&) = delete;
+
+  // Locations below the system root.
+  const VNFileURL& systemURL() const { return systemURL_; }
+  // "System/Library/Templates/Data"
+  VNFileURL dataTemplateURL() const;
+  // "System/Library/Templates/Data.symlink-patterns"
+  VNFileURL symlinkedPatternsManifestURL() const;
+  // The template's own BOM, in the template's receipts folder.
+  VNFileURL dataTemplateBOMURL() const;
+
+  LogHandler logHandler() const;
+  void setLogHandler(LogHandler handler);
+  ProgressHandler progressHandler() const;
+  void setProgressHandler(ProgressHandler handler);
+
+  // The pattern lists in manifest order; null until loaded.
+  std::shared_ptr<const PatternList> symlinkedFilePatterns() const;
+  std::shared_ptr<const PatternList> symlinkedDirectoryPatterns() const;
+
+  // Results of the last analysis; false and 0 before the first.
+  bool hasDataTemplateBOM() const { return hasDataTemplateBOM_; }
+  std::uint64_t totalItems() const { return totalItems_; }
+  std::uint64_t totalBytes() const { return totalBytes_; }
+  std::uint64_t totalSymlinkedItems() const { return totalSymlinkedItems_; }
+  std::uint64_t totalDuplicateItems() const { return totalDuplicateItems_; }
+
+  // The template system's version file as a dictionary. When it can't be
+  // read, logs "using current system version, could not read <path>" and
+  // answers the running system's version dictionary instead.
+  VNValue systemVersionDictionary();
+
+  // Formats a printf-style message ("%@" takes a description) and hands it to
+  // the log handler, or to the general system log when there is none.
+  template <class... Args>
+  void log(std::string_view format, const Args&... args) {
+    if constexpr (sizeof...(Args) == 0) {
+      log(format, std::span<const VNFormatArg>{});
+    } else {
+      const VNFormatArg list[] = {VNFormatArg(args)...};
+      log(format, std::span<const VNFormatArg>(list));
+    }
+  }
+  void log(std::string_view format, std::span<const VNFormatArg> arguments);
+
+  // Reads the symlink-pattern manifest and replaces both pattern lists. A
+  // missing or unreadable manifest leaves both lists empty (not null).
+  void loadSymlinkedPatterns();
+  // Loads the patterns when both lists are still null.
+  void loadSymlinkedPatternsIfNeeded();
+  // Whether the template item at the template-relative `path` is laid down
+  // as a symbolic link; loads the patterns first when needed.
+  bool shouldSymlinkPath(std::string_view path, bool isDirectory);
+  // The same answer without loading: nothing matches while both lists are
+  // null. Internal to the data-template subsystem (the copy engine calls it
+  // once per item).
+  bool _shouldSymlinkPath(const char* path, bool isDirectory) const;
+
+  // Opens the template's BOM read-only; null when it can't. The caller
+  // releases it with bom_free.
+  BomStore* _openDataTemplateBOM() const;
+  // Walks `store` (null allowed: nothing is visited) depth-first from its
+  // root. An entry the patterns select (never a symbolic link) is replaced
+  // by a new symbolic-link entry (mode 0120755, the link text of
+  // dataTemplateLinkForPath) and the subtree below it is not visited. Every
+  // entry is released after the block returns.
+  void _enumerateDataTemplateBOM(BomStore* store, const BOMWalkBlock& block);
+
+  // Sizes the template from its BOM and sets the totals and
+  // hasDataTemplateBOM. Never fails: without a BOM the totals count only the
+  // template root and the BOM file's place.
+  void analyzeDataTemplate();
+  // Runs the analysis while totalItems is 0.
+  void analyzeDataTemplateIfNeeded();
+
+  // Writes the receipt property list, then the receipt BOM, into the
+  // receipts folder below `targetURL`. A missing receipts folder is not an
+  // error: nothing is written and the answer is true. On failure `error`
+  // (never null) holds code 5 (property list; the BOM is then not written) or
+  // code 4 (BOM; the property list stays written).
+  bool _writeDataTemplateReceiptIfNeededToURL(const VNFileURL& targetURL, VNError* error);
+  // Writes the receipt dictionary to `plistURL` as an XML property list,
+  // replacing any file there. On failure nothing changes at `plistURL`.
+  bool _writeDataTemplateReceiptPlistToURL(const VNFileURL& plistURL, VNError* error);
+  // Writes the receipt BOM to `bomURL`, replacing any file there, and
+  // compresses it where the file system can. On failure nothing changes at
+  // `bomURL`.
+  bool _writeDataTemplateReceiptBOMToURL(const VNFileURL& bomURL, VNError* error);
+  // A new uncommitted store for `path`: a copy of the template's BOM, or a
+  // scan of the template folder (stat fields and checksums) when it has none.
+  // Null when neither can be made.
+  BomStore* _openDataTemplateBOMForWritingToPath(const char* path) const;
+
+ private:
+  explicit VNUDataTemplateCopier(VNFileURL systemURL) : systemURL_(std::move(systemURL)) {}
+
+  const VNFileURL systemURL_;
+  std::atomic<std::shared_ptr<const LogHandler>> logHandler_;
+  std::atomic<std::shared_ptr<const ProgressHandler>> progressHandler_;
+  std::atomic<std::shared_ptr<const PatternList>> symlinkedFilePatterns_;
+  std::atomic<std::shared_ptr<const PatternList>> symlinkedDirectoryPatterns_;
+  bool hasDataTemplateBOM_ = false;
+  std::uint64_t totalItems_ = 0;
+  std::uint64_t totalBytes_ = 0;
+  std::uint64_t totalSymlinkedItems_ = 0;
+  std::uint64_t totalDuplicateItems_ = 0;
+};

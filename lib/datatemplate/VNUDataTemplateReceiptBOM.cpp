@@ -1,0 +1,52 @@
+// The receipts of a copy: the receipt BOM, which lists the template as it was
+// laid down (symlinked items as their symbolic links), and the step that
+// writes both receipt files.
+#include <sys/stat.h>
+
+#include "datatemplate/VNBomStore.h"
+#include "datatemplate/VNUDataTemplateCopier.h"
+#include "datatemplate/internal/VNDataTemplateLocations.h"
+#include "platform/VNCompression.h"
+#include "platform/VNPlatformService.h"
+
+BomStore* VNUDataTemplateCopier::_openDataTemplateBOMForWritingToPath(const char* path) const {
+  if (VNBomStorePtr templateBOM{_openDataTemplateBOM()}) return bom_new_from_bom(path, templateBOM.get());
+  return bom_new_from_directory(path, dataTemplateURL().path().c_str(), BomOptionStat | BomOptionChecksums);
+}
+
+bool VNUDataTemplateCopier::_writeDataTemplateReceiptBOMToURL(const VNFileURL& bomURL, VNError* error) {
+  VNBomStorePtr store(_openDataTemplateBOMForWritingToPath(bomURL.path().c_str()));
+  _enumerateDataTemplateBOM(store.get(), [](BomStore* walked, BomEntry* entry, bool symlinked) {
+    if (!symlinked) return;
+    if (VNBomEntryPtr stored{bom_entry_at_path(walked, bom_entry_path_name(entry))})
+      bom_remove_entry(walked, stored.get());
+    bom_insert_entry(walked, entry, BomInsertReplaceExisting);
+  });
+  if (bom_commit(store.get()) != 0) {
+    VNSetError(error, VNError(VNUDataTemplateErrorDomain, VNUDataTemplateErrorReceiptBOM));
+    log("failed to write receipt BOM to %s", bomURL.path());
+    return false;
+  }
+  // The receipt is rarely read again; where the file system compresses, it
+  // keeps the receipt small. Without compression the file stays as written.
+  VNPlatformSlot<VNCompression>::get()->setCompressed(bomURL.path(), /*compressed=*/true);
+  store.reset();
+  log("wrote receipt BOM to %s", bomURL.path());
+  return true;
+}
+
+bool VNUDataTemplateCopier::_writeDataTemplateReceiptIfNeededToURL(const VNFileURL& targetURL,
+                                                                   VNError* error) {
+  VNFileURL folder =
+      targetURL.URLByAppendingPathComponent(VNDataTemplateLocations::kReceiptsFolder, /*isDirectory=*/true);
+  std::string name = VNUDTTemplateReceiptIdentifier;
+  VNFileURL plistURL = folder.URLByAppendingPathComponent(name + ".plist");
+  VNFileURL bomURL = folder.URLByAppendingPathComponent(name + ".bom");
+  struct stat status;
+  if (::stat(folder.path().c_str(), &status) != 0) {
+    log("skipping data template receipts, directory not present: %s", folder.path());
+    return true;
+  }
+  if (!_writeDataTemplateReceiptPlistToURL(plistURL, error)) return false;
+  return _writeDataTemplateReceiptBOMToURL(bomURL, error);
+}

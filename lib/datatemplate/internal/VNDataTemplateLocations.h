@@ -1,0 +1,14 @@
+#pragma once
+
+// Fixed places of the data-template subsystem, relative to a system root or
+// to a template or target folder.
+namespace VNDataTemplateLocations {
+
+// Below a system root.
+inline constexpr const char* kDataTemplate = "System/Library/Templates/Data";
+inline constexpr const char* kSymlinkPatternsManifest = "System/Library/Templates/Data.symlink-patterns";
+inline constexpr const char* kSystemVersionFile = "System/Library/Baseworks/SystemVersion.plist";
+// Below a template or a target folder.
+inline constexpr const char* kReceiptsFolder = "Library/Veltra/System/Library/Receipts";
+
+}  // namespace VNDataTemplateLocations
