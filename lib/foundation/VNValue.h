@@ -86,8 +86,8 @@ class VN_EXPORT VNValue {
   std::string jsonString(bool pretty = false) const;
 
   // Parses an XML or binary property list. Bytes that are not one, that nest
-  // containers deeper than 512 levels, or that hold an integer above the
-  // signed 64-bit range give an empty result and, when asked, a POSIX EINVAL
+  // containers deeper than 512 levels, hold an integer above the signed
+  // 64-bit range or a string that is not UTF-8 text give an empty result and, when asked, a POSIX EINVAL
   // error naming `origin`. Binary lists keep dates exactly; XML dates carry
   // whole seconds.
   static std::optional<VNValue> fromPropertyList(std::span<const std::uint8_t> bytes,
@@ -95,8 +95,9 @@ class VN_EXPORT VNValue {
                                                  std::string_view origin = {});
   static std::optional<VNValue> fromPropertyListFile(const std::string& path,
                                                      VNError* error = nullptr);
-  // Serialises this value; a null value anywhere in it, or nesting deeper
-  // than 512 levels, cannot be written (EINVAL). XML drops the fractions of
+  // Serialises this value; a null value anywhere in it, a string or key that
+  // is not UTF-8 text without NUL, or nesting deeper than 512 levels cannot
+  // be written (EINVAL). XML drops the fractions of
   // dates (libplist writes whole seconds).
   std::optional<std::string> propertyListData(Format format, VNError* error = nullptr) const;
   // Writes atomically: a temporary file beside `path`, then a rename.

@@ -1,5 +1,6 @@
 // Property-list reading and writing through libplist.
 #include <plist/plist.h>
+#include <utf8proc.h>
 
 #include <bit>
 #include <cerrno>
@@ -98,6 +99,22 @@ bool arrayToValue(plist_t node, int depth, VNValue& out) {
   return true;
 }
 
+// Property-list strings are Unicode text. libplist passes invalid UTF-8
+// through on reading but cuts it short on writing, and keeps strings as C
+// strings, so only valid UTF-8 without NUL is read or written.
+bool isPlistText(std::string_view text) {
+  const auto* at = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+  auto left = static_cast<utf8proc_ssize_t>(text.size());
+  while (left > 0) {
+    utf8proc_int32_t codepoint = 0;
+    utf8proc_ssize_t used = utf8proc_iterate(at, left, &codepoint);
+    if (used <= 0 || codepoint == 0) return false;
+    at += used;
+    left -= used;
+  }
+  return true;
+}
+
 bool dictToValue(plist_t node, int depth, VNValue& out) {
   VNValue::Dictionary dict;
   plist_dict_iter iter = nullptr;
@@ -110,7 +127,7 @@ bool dictToValue(plist_t node, int depth, VNValue& out) {
     std::unique_ptr<char, MallocFree> key(rawKey);
     if (!item) break;
     VNValue value;
-    if (!key || !toValue(item, depth + 1, value)) return false;
+    if (!key || !isPlistText(key.get()) || !toValue(item, depth + 1, value)) return false;
     dict.insert_or_assign(key.get(), std::move(value));
   }
   out = VNValue(std::move(dict));
@@ -149,7 +166,9 @@ bool toValue(plist_t node, int depth, VNValue& out) {
       char* raw = nullptr;
       plist_get_node_type(node) == PLIST_STRING ? plist_get_string_val(node, &raw) : plist_get_key_val(node, &raw);
       std::unique_ptr<char, MallocFree> s(raw);
-      out = VNValue(std::string(s ? s.get() : ""));
+      std::string text(s ? s.get() : "");
+      if (!isPlistText(text)) return false;
+      out = VNValue(std::move(text));
       return true;
     }
     case PLIST_DATE: {
@@ -190,7 +209,7 @@ plist_t toNode(const VNValue& value, int depth) {
     case VNValue::Kind::Real:
       return plist_new_real(*value.asReal());
     case VNValue::Kind::String:
-      return plist_new_string(value.asString()->c_str());
+      return isPlistText(*value.asString()) ? plist_new_string(value.asString()->c_str()) : nullptr;
     case VNValue::Kind::Date:
       return nodeFromDate(*value.asDate());
     case VNValue::Kind::Data: {
@@ -209,6 +228,7 @@ plist_t toNode(const VNValue& value, int depth) {
     case VNValue::Kind::Dictionary: {
       PlistHandle dict(plist_new_dict());
       for (const auto& [key, item] : *value.asDictionary()) {
+        if (!isPlistText(key)) return nullptr;
         plist_t child = toNode(item, depth + 1);
         if (!child) return nullptr;
         plist_dict_set_item(dict.get(), key.c_str(), child);
@@ -255,7 +275,7 @@ std::optional<VNValue> VNValue::fromPropertyListFile(const std::string& path, VN
 std::optional<std::string> VNValue::propertyListData(Format format, VNError* error) const {
   PlistHandle root(toNode(*this, 0));
   if (!root) {
-    reportInvalid(error, {}, "write a null or too deeply nested value as a property list");
+    reportInvalid(error, {}, "write a null, too deeply nested or non-text value as a property list");
     return std::nullopt;
   }
   char* raw = nullptr;

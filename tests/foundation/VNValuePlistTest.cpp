@@ -173,6 +173,27 @@ TEST(VNValuePlist, NullValuesAndTooDeepValuesCannotBeWritten) {
   EXPECT_TRUE(error.isPOSIX(EINVAL));
 }
 
+TEST(VNValuePlist, OnlyUTF8TextIsReadOrWritten) {
+  VNError error;
+  EXPECT_FALSE(VNValue("org.var\xee" "el").propertyListData(Format::Binary, &error));
+  EXPECT_TRUE(error.isPOSIX(EINVAL));
+  EXPECT_FALSE(VNValue(std::string("nul\0inside", 10)).propertyListData(Format::XML));
+  VNValue badKey = VNValue::dictionary();
+  badKey.set("\xc3(", VNValue(1));
+  EXPECT_FALSE(badKey.propertyListData(Format::XML));
+  EXPECT_FALSE(VNValue("\xed\xa0\x80").propertyListData(Format::XML)) << "a UTF-16 surrogate";
+
+  // An ASCII string object holding a byte above 0x7F, and the same in XML.
+  std::string binary = *VNValue("ab").propertyListData(Format::Binary);
+  size_t at = binary.find("ab");
+  ASSERT_NE(at, std::string::npos);
+  binary[at + 1] = '\xee';
+  expectInvalid(binary, "binary string with an invalid byte");
+  expectInvalid("<?xml version=\"1.0\"?><plist version=\"1.0\"><string>a\xee" "b</string></plist>",
+                "XML string with an invalid byte");
+  EXPECT_TRUE(parse(*VNValue("Grüße 🙂").propertyListData(Format::Binary)));
+}
+
 TEST(VNValuePlist, NestingIsAcceptedUpToTheLimitAndRefusedBeyond) {
   EXPECT_TRUE(parse(nestedXML(512)));
   expectInvalid(nestedXML(513), "XML 513 deep");
