@@ -194,6 +194,25 @@ TEST(VNValuePlist, OnlyUTF8TextIsReadOrWritten) {
   EXPECT_TRUE(parse(*VNValue("Grüße 🙂").propertyListData(Format::Binary)));
 }
 
+// libplist asserts (aborting the process) when asked for a string that
+// holds a NUL; such lists are refused before it sees them.
+TEST(VNValuePlist, StringsWithNulAreRefusedBeforeLibplistSeesThem) {
+  const std::string head = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>";
+  expectInvalid(head + std::string("k\0ey", 4) + "</key><true/></dict></plist>", "raw NUL in a key");
+  expectInvalid(head + "k</key><string>a&#0;b</string></dict></plist>", "&#0;");
+  expectInvalid(head + "k</key><string>a&#x000;b</string></dict></plist>", "&#x000;");
+  EXPECT_TRUE(parse(head + "k</key><string>a&#x41;&#10;b</string></dict></plist>"));
+
+  // An ASCII string object, and a UTF-16 one whose unit 00 62 becomes 00 00.
+  for (const char* text : {"ab", "\u00e9b"}) {
+    std::string binary = *VNValue(VNValue::Array{VNValue(text)}).propertyListData(Format::Binary);
+    size_t at = binary.find('b', 8);
+    ASSERT_NE(at, std::string::npos);
+    binary[at] = '\0';
+    expectInvalid(binary, std::string("binary NUL in ") + text);
+  }
+}
+
 TEST(VNValuePlist, NestingIsAcceptedUpToTheLimitAndRefusedBeyond) {
   EXPECT_TRUE(parse(nestedXML(512)));
   expectInvalid(nestedXML(513), "XML 513 deep");

@@ -13,6 +13,20 @@ bool isBinary(Bytes bytes) {
   return bytes.size() >= 8 && std::memcmp(bytes.data(), "bplist00", 8) == 0;
 }
 
+// True when `text` holds a NUL byte or a character reference to 0
+// ("&#0;", "&#x00;").
+bool xmlHasNul(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) return true;
+  for (size_t at = text.find("&#"); at != std::string_view::npos; at = text.find("&#", at + 2)) {
+    size_t i = at + 2;
+    if (i < text.size() && (text[i] == 'x' || text[i] == 'X')) ++i;
+    size_t digits = i;
+    while (i < text.size() && text[i] == '0') ++i;
+    if (i > digits && i < text.size() && text[i] == ';') return true;
+  }
+  return false;
+}
+
 // XML: counts open <array> and <dict> elements, skipping comments and
 // character data, where tag-like text is not markup.
 bool xmlWithin(std::string_view text, int maxDepth) {
@@ -58,7 +72,7 @@ class BinaryWalker {
         tableAt_ >= bytes_.size() || count > (bytes_.size() - tableAt_) / offsetSize_)
       return true;
     measured_.assign(count, Measure{});
-    return walk(top, maxDepth);
+    return !hasNulString() && walk(top, maxDepth);
   }
 
  private:
@@ -111,6 +125,32 @@ class BinaryWalker {
     frame.refsAt = refsAt;
     frame.refCount = count * refsPerEntry;
     return true;
+  }
+
+  // True when an ASCII (0x5) or UTF-16 (0x6) string object holds a NUL unit.
+  bool hasNulString() const {
+    for (std::uint64_t index = 0; index < measured_.size(); ++index) {
+      size_t at = offsetOf(index);
+      if (at == std::string_view::npos) continue;
+      std::uint8_t kind = bytes_[at] >> 4;
+      if (kind != 0x5 && kind != 0x6) continue;
+      std::uint64_t count = bytes_[at] & 0x0F;
+      size_t start = at + 1;
+      if (count == 0x0F) {
+        if (start >= tableAt_ || (bytes_[start] >> 4) != 0x1) continue;
+        size_t width = size_t{1} << (bytes_[start] & 0x03);
+        if (start + 1 + width > tableAt_) continue;
+        count = readInt(bytes_.subspan(start + 1, width));
+        start += 1 + width;
+      }
+      size_t unit = kind == 0x6 ? 2 : 1;
+      if (count > (tableAt_ - start) / unit) continue;
+      for (std::uint64_t i = 0; i < count; ++i) {
+        Bytes code = bytes_.subspan(start + i * unit, unit);
+        if (std::all_of(code.begin(), code.end(), [](std::uint8_t b) { return b == 0; })) return true;
+      }
+    }
+    return false;
   }
 
   // Adds a measured child to the frame of its container; false when the
@@ -169,5 +209,6 @@ class BinaryWalker {
 
 bool VNPlistShapeWithinLimits(Bytes bytes, int maxDepth) {
   if (isBinary(bytes)) return BinaryWalker(bytes).within(maxDepth);
-  return xmlWithin({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, maxDepth);
+  std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  return !xmlHasNul(text) && xmlWithin(text, maxDepth);
 }
