@@ -97,8 +97,9 @@ class VN_EXPORT VNValue {
                                                      VNError* error = nullptr);
   // Serialises this value; a null value anywhere in it, a string or key that
   // is not UTF-8 text without NUL, or nesting deeper than 512 levels cannot
-  // be written (EINVAL). XML drops the fractions of
-  // dates (libplist writes whole seconds).
+  // be written (EINVAL), nor a date that is not finite or, in XML, outside
+  // the years 1 to 9999. XML drops the fractions of dates (libplist writes
+  // whole seconds).
   std::optional<std::string> propertyListData(Format format, VNError* error = nullptr) const;
   // Writes atomically: a temporary file beside `path`, then a rename.
   bool writePropertyListFile(const std::string& path, Format format,

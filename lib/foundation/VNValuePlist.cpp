@@ -3,6 +3,7 @@
 #include <utf8proc.h>
 
 #include <bit>
+#include <cmath>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -173,7 +174,7 @@ bool toValue(plist_t node, int depth, VNValue& out) {
     }
     case PLIST_DATE: {
       VNValue::Date date;
-      if (!dateFromNode(node, date)) return false;
+      if (!dateFromNode(node, date) || !std::isfinite(date.sinceReferenceDate)) return false;
       out = VNValue(date);
       return true;
     }
@@ -195,9 +196,20 @@ bool toValue(plist_t node, int depth, VNValue& out) {
   }
 }
 
+// XML dates are ISO 8601 texts with four-digit years; libplist writes an
+// empty date for anything it cannot format, which would read back as 2001.
+constexpr double kFirstXMLDate = -63113904000.0;  // 0001-01-01T00:00:00Z
+constexpr double kLastXMLDate = 252423993599.0;   // 9999-12-31T23:59:59Z
+
+bool dateWritable(const VNValue::Date& date, VNValue::Format format) {
+  double t = date.sinceReferenceDate;
+  if (!std::isfinite(t)) return false;
+  return format == VNValue::Format::Binary || (t >= kFirstXMLDate && t < kLastXMLDate + 1);
+}
+
 // Builds a libplist node; null for a null value anywhere in the tree or
 // nesting deeper than libplist can take.
-plist_t toNode(const VNValue& value, int depth) {
+plist_t toNode(const VNValue& value, VNValue::Format format, int depth) {
   if (depth > kVNPlistMaxDepth) return nullptr;
   switch (value.kind()) {
     case VNValue::Kind::Null:
@@ -211,7 +223,7 @@ plist_t toNode(const VNValue& value, int depth) {
     case VNValue::Kind::String:
       return isPlistText(*value.asString()) ? plist_new_string(value.asString()->c_str()) : nullptr;
     case VNValue::Kind::Date:
-      return nodeFromDate(*value.asDate());
+      return dateWritable(*value.asDate(), format) ? nodeFromDate(*value.asDate()) : nullptr;
     case VNValue::Kind::Data: {
       const auto& data = *value.asData();
       return plist_new_data(reinterpret_cast<const char*>(data.data()), data.size());
@@ -219,7 +231,7 @@ plist_t toNode(const VNValue& value, int depth) {
     case VNValue::Kind::Array: {
       PlistHandle array(plist_new_array());
       for (const auto& item : *value.asArray()) {
-        plist_t child = toNode(item, depth + 1);
+        plist_t child = toNode(item, format, depth + 1);
         if (!child) return nullptr;
         plist_array_append_item(array.get(), child);
       }
@@ -229,7 +241,7 @@ plist_t toNode(const VNValue& value, int depth) {
       PlistHandle dict(plist_new_dict());
       for (const auto& [key, item] : *value.asDictionary()) {
         if (!isPlistText(key)) return nullptr;
-        plist_t child = toNode(item, depth + 1);
+        plist_t child = toNode(item, format, depth + 1);
         if (!child) return nullptr;
         plist_dict_set_item(dict.get(), key.c_str(), child);
       }
@@ -273,9 +285,9 @@ std::optional<VNValue> VNValue::fromPropertyListFile(const std::string& path, VN
 }
 
 std::optional<std::string> VNValue::propertyListData(Format format, VNError* error) const {
-  PlistHandle root(toNode(*this, 0));
+  PlistHandle root(toNode(*this, format, 0));
   if (!root) {
-    reportInvalid(error, {}, "write a null, too deeply nested or non-text value as a property list");
+    reportInvalid(error, {}, "write a null, too deeply nested, non-text or out-of-range value as a property list");
     return std::nullopt;
   }
   char* raw = nullptr;

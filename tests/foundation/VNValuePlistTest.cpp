@@ -144,6 +144,29 @@ TEST(VNValuePlist, DatesKeepTheirSignAndFractionInBinaryAndWholeSecondsInXML) {
   EXPECT_EQ(unixEpoch.unixTime(), 0.0);
 }
 
+TEST(VNValuePlist, XMLCarriesDatesOfFourDigitYearsOnly) {
+  const double firstXML = -63113904000.0;  // 0001-01-01T00:00:00Z
+  const double lastXML = 252423993599.0;   // 9999-12-31T23:59:59Z
+  for (double seconds : {firstXML, lastXML}) {
+    auto read = parse(*VNValue(VNValue::Date{seconds}).propertyListData(Format::XML));
+    ASSERT_TRUE(read) << seconds;
+    EXPECT_EQ(read->asDate()->sinceReferenceDate, seconds);
+  }
+  for (double seconds : {firstXML - 1, lastXML + 1, -1.2e14}) {
+    VNValue value(VNValue::Array{VNValue(VNValue::Date{seconds})});
+    VNError error;
+    EXPECT_FALSE(value.propertyListData(Format::XML, &error)) << seconds;
+    EXPECT_TRUE(error.isPOSIX(EINVAL));
+    auto binary = parse(*value.propertyListData(Format::Binary));
+    ASSERT_TRUE(binary) << "binary lists carry any finite date";
+    EXPECT_EQ(*binary, value);
+  }
+  for (double odd : {std::nan(""), HUGE_VAL}) {
+    EXPECT_FALSE(VNValue(VNValue::Date{odd}).propertyListData(Format::Binary));
+    EXPECT_FALSE(VNValue(VNValue::Date{odd}).propertyListData(Format::XML));
+  }
+}
+
 TEST(VNValuePlist, IntegersBeyondTheSignedRangeAreRefused) {
   auto xml = [](const char* number) {
     return std::string("<?xml version=\"1.0\"?><plist version=\"1.0\"><integer>") + number +
