@@ -68,11 +68,14 @@ class BinaryWalker {
     std::uint64_t count = readInt(trailer.subspan(8, 8));
     std::uint64_t top = readInt(trailer.subspan(16, 8));
     tableAt_ = readInt(trailer.subspan(24, 8));
-    if (offsetSize_ == 0 || offsetSize_ > 8 || refSize_ == 0 || refSize_ > 8 || top >= count ||
-        tableAt_ >= bytes_.size() || count > (bytes_.size() - tableAt_) / offsetSize_)
+    if (offsetSize_ == 0 || offsetSize_ > 8 || tableAt_ >= bytes_.size() ||
+        count > (bytes_.size() - tableAt_) / offsetSize_)
       return true;
     measured_.assign(count, Measure{});
-    return !hasNulString() && walk(top, maxDepth);
+    if (hasNulString()) return false;
+    // References wider than 8 bytes or a top object outside the table leave
+    // nothing to follow.
+    return refSize_ == 0 || refSize_ > 8 || top >= count || walk(top, maxDepth);
   }
 
  private:
@@ -137,14 +140,16 @@ class BinaryWalker {
       std::uint64_t count = bytes_[at] & 0x0F;
       size_t start = at + 1;
       if (count == 0x0F) {
-        if (start >= tableAt_ || (bytes_[start] >> 4) != 0x1) continue;
+        if (start >= bytes_.size() || (bytes_[start] >> 4) != 0x1) continue;
         size_t width = size_t{1} << (bytes_[start] & 0x03);
-        if (start + 1 + width > tableAt_) continue;
+        if (start + 1 + width > bytes_.size()) continue;
         count = readInt(bytes_.subspan(start + 1, width));
         start += 1 + width;
       }
+      // libplist bounds a string by the end of the file, not by the offset
+      // table, so a string may run over the table's zero bytes.
       size_t unit = kind == 0x6 ? 2 : 1;
-      if (count > (tableAt_ - start) / unit) continue;
+      count = std::min<std::uint64_t>(count, (bytes_.size() - start) / unit);
       for (std::uint64_t i = 0; i < count; ++i) {
         Bytes code = bytes_.subspan(start + i * unit, unit);
         if (std::all_of(code.begin(), code.end(), [](std::uint8_t b) { return b == 0; })) return true;
