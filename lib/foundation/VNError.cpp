@@ -11,6 +11,17 @@ const char* const VNUnderlyingErrorKey = "VNUnderlyingError";
 const char* const VNPOSIXErrorDomain = "VNPOSIXErrorDomain";
 }
 
+namespace {
+
+// strerror() may fill a shared buffer (for unknown codes); errors are made
+// on many threads, so use the reentrant form.
+std::string errnoText(int code) {
+  char buffer[128];
+  return ::strerror_r(code, buffer, sizeof buffer);
+}
+
+}  // namespace
+
 VNError::VNError(std::string domain, std::int64_t code, VNValue::Dictionary userInfo,
                  std::shared_ptr<const VNError> underlying)
     : domain_(std::move(domain)),
@@ -19,7 +30,7 @@ VNError::VNError(std::string domain, std::int64_t code, VNValue::Dictionary user
       underlying_(std::move(underlying)) {}
 
 VNError VNError::posix(int code, std::string_view path, std::string_view step) {
-  std::string reason = std::strerror(code);
+  std::string reason = errnoText(code);
   std::string text;
   if (!path.empty()) {
     text = VNFormat("cannot %s '%s': %s", std::string(step.empty() ? "access" : step).c_str(),
@@ -38,7 +49,7 @@ std::string VNError::localizedDescription() const {
   auto found = userInfo_.find(VNLocalizedDescriptionKey);
   if (found != userInfo_.end() && found->second.asString()) return *found->second.asString();
   if (domain_ == VNPOSIXErrorDomain && code_ > 0 && code_ < 4096)
-    return std::strerror(static_cast<int>(code_));
+    return errnoText(static_cast<int>(code_));
   return VNFormat("The operation couldn't be completed. (%s error %lld.)", domain_.c_str(),
                   static_cast<long long>(code_));
 }

@@ -37,11 +37,14 @@ std::string parentOf(const std::string& path) {
 }  // namespace
 
 std::optional<std::string> VNReadFile(const std::string& path, size_t maxBytes, VNError* error) {
-  VNUniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  // Non-blocking, so that a FIFO without a writer cannot hang the open; only
+  // regular files are read.
+  VNUniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (!fd) return fail(error, errno, path, "open"), std::nullopt;
   struct stat st {};
   if (::fstat(fd.get(), &st) != 0) return fail(error, errno, path, "stat"), std::nullopt;
   if (S_ISDIR(st.st_mode)) return fail(error, EISDIR, path, "read"), std::nullopt;
+  if (!S_ISREG(st.st_mode)) return fail(error, EINVAL, path, "read non-regular file"), std::nullopt;
   std::string out;
   char buffer[65536];
   for (;;) {
@@ -62,7 +65,7 @@ bool VNWriteFileAtomically(const std::string& path, std::string_view bytes, unsi
                            VNError* error) {
   std::string temp = path + ".XXXXXX";
   VNUniqueFd fd(::mkostemp(temp.data(), O_CLOEXEC));
-  if (!fd) return fail(error, errno, temp, "create temporary file");
+  if (!fd) return fail(error, errno, path, "create a temporary file beside");
   auto discard = [&](int code, const char* step) {
     ::unlink(temp.c_str());
     return fail(error, code, path, step);

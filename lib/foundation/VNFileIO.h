@@ -9,7 +9,9 @@
 
 class VNError;
 
-// Reads a whole file. Fails with EFBIG when it is larger than `maxBytes`.
+// Reads a whole regular file. Fails with EFBIG when it is larger than
+// `maxBytes`, EISDIR for a folder and EINVAL for any other kind of item (a
+// FIFO would block).
 VN_EXPORT std::optional<std::string> VNReadFile(const std::string& path, size_t maxBytes,
                                                 VNError* error = nullptr);
 

@@ -76,7 +76,7 @@ class ArgReader {
     if (auto* s = std::get_if<const char*>(v)) return *s ? *s : "(null)";
     if (auto* i = std::get_if<std::int64_t>(v)) return std::to_string(*i);
     if (auto* u = std::get_if<std::uint64_t>(v)) return std::to_string(*u);
-    if (auto* d = std::get_if<double>(v)) return std::to_string(*d);
+    if (auto* d = std::get_if<double>(v)) return VNFormat("%g", *d);
     return "(null)";
   }
 
@@ -113,7 +113,11 @@ unsigned long long narrowUnsigned(long long v, const std::string& length) {
 void appendConversion(std::string& out, Spec spec, ArgReader& args) {
   // '*' width and precision take int arguments first, as in printf.
   if (spec.width == "*") spec.width = std::to_string(static_cast<int>(args.nextSigned()));
-  if (spec.precision == ".*") spec.precision = "." + std::to_string(static_cast<int>(args.nextSigned()));
+  // A negative '*' precision counts as none, as in printf.
+  if (spec.precision == ".*") {
+    int precision = static_cast<int>(args.nextSigned());
+    spec.precision = precision < 0 ? "" : "." + std::to_string(precision);
+  }
   std::string head = "%" + spec.flags + spec.width + spec.precision;
   switch (spec.conversion) {
     case 'd':

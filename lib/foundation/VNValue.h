@@ -85,14 +85,21 @@ class VN_EXPORT VNValue {
   // JSON text (dates as ISO 8601 strings, data as base64 strings).
   std::string jsonString(bool pretty = false) const;
 
-  // Parses an XML or binary property list. Bytes that are not one give an
-  // empty result and, when asked, a POSIX EINVAL error naming `origin`.
+  // Parses an XML or binary property list. Bytes that are not one, that nest
+  // containers deeper than 512 levels, hold an integer above the signed
+  // 64-bit range or a string that is not UTF-8 text give an empty result and, when asked, a POSIX EINVAL
+  // error naming `origin`. Binary lists keep dates exactly; XML dates carry
+  // whole seconds.
   static std::optional<VNValue> fromPropertyList(std::span<const std::uint8_t> bytes,
                                                  VNError* error = nullptr,
                                                  std::string_view origin = {});
   static std::optional<VNValue> fromPropertyListFile(const std::string& path,
                                                      VNError* error = nullptr);
-  // Serialises this value; a null value cannot be written (EINVAL).
+  // Serialises this value; a null value anywhere in it, a string or key that
+  // is not UTF-8 text without NUL, or nesting deeper than 512 levels cannot
+  // be written (EINVAL), nor a date that is not finite or, in XML, outside
+  // the years 1 to 9999. XML drops the fractions of dates (libplist writes
+  // whole seconds).
   std::optional<std::string> propertyListData(Format format, VNError* error = nullptr) const;
   // Writes atomically: a temporary file beside `path`, then a rename.
   bool writePropertyListFile(const std::string& path, Format format,

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
+#include <mutex>
+#include <utility>
 
 // The seam between the library and one platform service. Each service is an
 // interface with a static makeDefault() that builds the Linux implementation;
@@ -11,21 +12,27 @@ template <class Service>
 class VNPlatformSlot {
  public:
   static std::shared_ptr<Service> get() {
-    std::shared_ptr<Service> current = slot().load();
-    if (current) return current;
-    std::shared_ptr<Service> made = Service::makeDefault();
-    std::shared_ptr<Service> expected;
-    return slot().compare_exchange_strong(expected, made) ? made : expected;
+    std::lock_guard lock(state().mutex);
+    if (!state().current) state().current = Service::makeDefault();
+    return state().current;
   }
   // Installs `service` (null: back to the default on next use) and returns
   // the one it replaces.
   static std::shared_ptr<Service> set(std::shared_ptr<Service> service) {
-    return slot().exchange(std::move(service));
+    std::lock_guard lock(state().mutex);
+    return std::exchange(state().current, std::move(service));
   }
 
  private:
-  static std::atomic<std::shared_ptr<Service>>& slot() {
-    static std::atomic<std::shared_ptr<Service>> instance;
+  // A mutex rather than std::atomic<std::shared_ptr>: libstdc++ 12 guards
+  // the latter with a lock bit the thread sanitizer cannot see, so every
+  // concurrent use was reported as a race.
+  struct State {
+    std::mutex mutex;
+    std::shared_ptr<Service> current;
+  };
+  static State& state() {
+    static State instance;
     return instance;
   }
 };

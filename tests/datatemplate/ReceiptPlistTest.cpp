@@ -19,7 +19,8 @@ VNValue readBack(const std::string& path) {
   VNError error;
   std::optional<VNValue> value = VNValue::fromPropertyListFile(path, &error);
   EXPECT_TRUE(value) << error.description();
-  return value.value_or(VNValue());
+  if (!value) return VNValue();
+  return std::move(*value);
 }
 
 TEST(ReceiptPlistTest, HoldsExactlyTheReceiptEntries) {

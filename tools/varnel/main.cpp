@@ -1,4 +1,6 @@
 // varnel: the command-line tool over libVarnelUtils.
+#include <fmt/format.h>
+
 #include <cstdio>
 #include <map>
 
@@ -41,8 +43,7 @@ void printJSON(const VNValue& value) { std::printf("%s\n", value.jsonString(true
 int main(int argc, char** argv) {
   CLI::App app{"varnel: populate data volumes from system templates, and related tools"};
   app.require_subcommand(0, 1);
-  app.set_version_flag("--version", std::string("varnel ") +
-                                        std::to_string(VarnelUtilsVersionNumber).substr(0, 3));
+  app.set_version_flag("--version", fmt::format("varnel {:.1f}", VarnelUtilsVersionNumber));
   int status = varnel::kExitOK;
   for (auto& [name, setup] : varnel::registry()) setup(app, status);
   try {
@@ -58,7 +59,8 @@ int main(int argc, char** argv) {
     return varnel::kExitUsage;
   }
   if (app.get_subcommands().empty()) {
-    std::fputs(app.help().c_str(), stdout);
+    // A missing subcommand is a usage error: the help goes with it to stderr.
+    std::fputs(app.help().c_str(), stderr);
     return varnel::kExitUsage;
   }
   return status;

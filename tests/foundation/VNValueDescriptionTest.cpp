@@ -1,0 +1,63 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "foundation/VNValue.h"
+
+TEST(VNValueDescription, NestedValuesIndentFourSpacesPerLevel) {
+  VNValue inner = VNValue::dictionary();
+  inner.set("list", VNValue(VNValue::Array{VNValue(1), VNValue("two words"), VNValue(true)}));
+  inner.set("empty", VNValue::array());
+  VNValue root = VNValue::dictionary();
+  root.set("name", VNValue("plain"));
+  root.set("inner", inner);
+  root.set("data", VNValue(VNValue::Data{0x01, 0xff}));
+  root.set("when", VNValue(VNValue::Date{-0.5}));
+  root.set("key with space", VNValue(""));
+  EXPECT_EQ(root.description(),
+            "{\n"
+            "    data = {length = 2, bytes = 0x01ff};\n"
+            "    inner = {\n"
+            "        empty = (\n"
+            "        );\n"
+            "        list = (\n"
+            "            1,\n"
+            "            \"two words\",\n"
+            "            1\n"
+            "        );\n"
+            "    };\n"
+            "    \"key with space\" = \"\";\n"
+            "    name = plain;\n"
+            "    when = 2000-12-31 23:59:59 +0000;\n"
+            "}");
+}
+
+TEST(VNValueDescription, ScalarsAtTheTopStandAlone) {
+  EXPECT_EQ(VNValue("two words").description(), "two words") << "a string is its own text";
+  EXPECT_EQ(VNValue().description(), "(null)");
+  EXPECT_EQ(VNValue(false).description(), "0");
+  EXPECT_EQ(VNValue(std::numeric_limits<std::int64_t>::min()).description(), "-9223372036854775808");
+  EXPECT_EQ(VNValue(0.25).description(), "0.25");
+  EXPECT_EQ(VNValue(VNValue::Date{0}).description(), "2001-01-01 00:00:00 +0000");
+  EXPECT_EQ(VNValue(VNValue::Data{}).description(), "{length = 0, bytes = 0x}");
+  EXPECT_EQ(VNValue::dictionary().description(), "{\n}");
+}
+
+TEST(VNValueDescription, QuotesEscapeWhatWouldBreakTheText) {
+  VNValue list(VNValue::Array{VNValue("say \"hi\"\\now"), VNValue("line\nbreak"), VNValue("é")});
+  EXPECT_EQ(list.description(), "(\n    \"say \\\"hi\\\"\\\\now\",\n    \"line\\nbreak\",\n    é\n)");
+}
+
+TEST(VNValueDescription, JSONEscapesAndRendersEveryKind) {
+  VNValue root = VNValue::dictionary();
+  root.set("s", VNValue("q\"\\\n\x01"));
+  root.set("d", VNValue(VNValue::Data{'M', 'a', 'n', 'y'}));
+  root.set("t", VNValue(VNValue::Date::fromUnixTime(0)));
+  root.set("r", VNValue(std::nan("")));
+  root.set("n", VNValue(VNValue::Array{VNValue(-1), VNValue(0.5), VNValue(false)}));
+  EXPECT_EQ(root.jsonString(),
+            "{\"d\":\"TWFueQ==\",\"n\":[-1,0.5,false],\"r\":null,\"s\":\"q\\\"\\\\\\n\\u0001\","
+            "\"t\":\"1970-01-01T00:00:00Z\"}");
+  EXPECT_EQ(VNValue::array().jsonString(true), "[]");
+}

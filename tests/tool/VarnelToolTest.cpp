@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/VNLoopImage.h"
+#include "support/VNTestDir.h"
+
+namespace {
+
+struct ToolRun {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+// Runs the built varnel with `arguments`, keeping stdout and stderr apart.
+ToolRun varnel(const std::string& arguments) {
+  VNTestDir dir;
+  std::string errFile = dir / "stderr";
+  ToolRun run;
+  run.status = VNRunCommand("(" VARNEL_BINARY_DIR "/tools/varnel/varnel " + arguments + " 2>" +
+                                errFile + ")",
+                            &run.out);
+  VNRunCommand("cat " + errFile, &run.err);
+  return run;
+}
+
+}  // namespace
+
+TEST(VarnelTool, VersionAndHelpSucceedOnStdout) {
+  ToolRun version = varnel("--version");
+  EXPECT_EQ(version.status, 0) << version.err;
+  EXPECT_EQ(version.out, "varnel 1.0\n");
+  EXPECT_EQ(version.err, "");
+
+  ToolRun help = varnel("--help");
+  EXPECT_EQ(help.status, 0) << help.err;
+  EXPECT_NE(help.out.find("self-check"), std::string::npos) << help.out;
+  EXPECT_EQ(help.err, "");
+
+  ToolRun subHelp = varnel("self-check --help");
+  EXPECT_EQ(subHelp.status, 0);
+  EXPECT_NE(subHelp.out.find("--json"), std::string::npos) << subHelp.out;
+}
+
+TEST(VarnelTool, BadUsageExitsTwoWithTheComplaintOnStderr) {
+  ToolRun unknown = varnel("no-such-command");
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_EQ(unknown.out, "");
+  EXPECT_NE(unknown.err.find("no-such-command"), std::string::npos) << unknown.err;
+
+  ToolRun badOption = varnel("self-check --no-such-option");
+  EXPECT_EQ(badOption.status, 2);
+  EXPECT_NE(badOption.err.find("--no-such-option"), std::string::npos) << badOption.err;
+
+  ToolRun nothing = varnel("");
+  EXPECT_EQ(nothing.status, 2);
+  EXPECT_EQ(nothing.out, "") << "usage goes to stderr when it is a complaint";
+  EXPECT_NE(nothing.err.find("self-check"), std::string::npos) << nothing.err;
+}
+
+TEST(VarnelTool, SelfCheckPrintsValidJSON) {
+  ToolRun check = varnel("self-check --json");
+  ASSERT_EQ(check.status, 0) << check.err;
+  EXPECT_EQ(check.err, "");
+  VNTestDir dir;
+  VNWriteTestFile(dir / "out.json", check.out);
+  std::string verdict;
+  EXPECT_EQ(VNRunCommand("python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); "
+                         "assert d[\"propertyListRoundTrip\"] is True' " + dir / "out.json",
+                         &verdict),
+            0)
+      << verdict << "\n" << check.out;
+}
