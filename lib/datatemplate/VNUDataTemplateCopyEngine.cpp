@@ -146,22 +146,31 @@ int vnudtc_visit_postorder(vnudtc_context* context, FTSENT* entry, const char* d
 
 int vnudtc_preserve_metadata(vnudtc_context* context, FTSENT* entry, const char* destination,
                              int laidDownKind) {
+  // A copy with the full option set and a clone both carry the source's
+  // whole flags word, so an item laid down as its own kind (other than a
+  // folder, whose stat fields come now) already has the source's WARD bits:
+  // only items laid down as something else, and folders, need the step.
+  const bool sameItem = laidDownKind == entry->fts_info && laidDownKind != FTS_DP;
+  const bool compressedMatters = laidDownKind == FTS_F && entry->fts_info == FTS_F;
   std::uint32_t sourceFlags = 0;
-  VNFsStatus status = context->fileFlags->getFlags(entry->fts_path, &sourceFlags);
-  if (!status.ok()) {
-    context->copier->log("could not preserve WARD flags for %s: %d (%s)", destination, status.code,
-                         std::strerror(status.code));
-    return failureCode(status);
+  if (!sameItem || compressedMatters) {
+    VNFsStatus status = context->fileFlags->getFlags(entry->fts_path, &sourceFlags);
+    if (!status.ok()) {
+      context->copier->log("could not preserve WARD flags for %s: %d (%s)", destination,
+                           status.code, std::strerror(status.code));
+      return failureCode(status);
+    }
   }
-  if (int result = preserveWARDFlags(context, destination, sourceFlags)) return result;
+  if (!sameItem) {
+    if (int result = preserveWARDFlags(context, destination, sourceFlags)) return result;
+  }
 
   if (laidDownKind == FTS_F || laidDownKind == FTS_DP)
     preserveTierFlags(context, entry->fts_path, destination);
 
-  const bool statNeeded = laidDownKind != entry->fts_info || laidDownKind == FTS_DP ||
-                          (laidDownKind == FTS_F && (sourceFlags & VNFileFlag::Compressed));
+  const bool statNeeded = !sameItem || (compressedMatters && (sourceFlags & VNFileFlag::Compressed));
   if (!statNeeded) return 0;
-  status = context->copyItem->copyItem(entry->fts_path, destination, VNCopyOptionSet::StatOnly);
+  VNFsStatus status = context->copyItem->copyItem(entry->fts_path, destination, VNCopyOptionSet::StatOnly);
   if (status.ok()) return 0;
   context->copier->log("could not preserve stat fields for %s: %d (%s)", destination, status.code,
                        std::strerror(status.code));

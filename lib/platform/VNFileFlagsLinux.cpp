@@ -2,6 +2,7 @@
 // extended attribute.
 #include <linux/fs.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 #include <cerrno>
 #include <cinttypes>
@@ -68,6 +69,7 @@ std::optional<std::uint32_t> attributeForWord(std::uint32_t word) {
 class LinuxFileFlags final : public VNFileFlags {
  public:
   VNFsStatus getFlags(VNAtPath item, std::uint32_t* flags) override {
+    if (canReadByPath(item)) return getFlagsByPath(item, flags);
     Item state;
     if (VNFsStatus status = load(item, &state); !status.ok()) return status;
     if (!hasInodeFlags(state.mode)) {
@@ -82,6 +84,10 @@ class LinuxFileFlags final : public VNFileFlags {
   }
 
   VNFsStatus setFlags(VNAtPath item, std::uint32_t flags) override {
+    // Most items already carry the word wanted (a new copy of a file without
+    // flags): a cheap look saves opening the item.
+    std::uint32_t now = 0;
+    if (canReadByPath(item) && getFlagsByPath(item, &now).ok() && now == flags) return {};
     Item state;
     if (VNFsStatus status = load(item, &state); !status.ok()) return status;
     const VNUniqueFd& fd = state.fd;
@@ -119,6 +125,64 @@ class LinuxFileFlags final : public VNFileFlags {
   }
 
  private:
+  // The copy engine reads two flags words per item, so the common case avoids
+  // opening the item at all: statx reports the inode flags as attributes and
+  // lgetxattr reads the attribute of the item itself, never a link's target.
+  static bool canReadByPath(VNAtPath item) {
+    return item.path[0] == '\0' || item.dirfd == AT_FDCWD || item.path[0] == '/';
+  }
+
+  // The flags attribute of the item a path or an O_PATH descriptor names.
+  static int readAttributeText(VNAtPath item, std::string* text) {
+    if (item.path[0] == '\0') return VNGetXattr(item.dirfd, VNFileFlagsAttributeName, text);
+    char buffer[16];
+    ssize_t n = ::lgetxattr(item.path, VNFileFlagsAttributeName, buffer, sizeof buffer);
+    if (n >= 0) {
+      text->assign(buffer, static_cast<size_t>(n));
+      return 0;
+    }
+    if (errno == ERANGE) return EINVAL;
+    return errno == ENOTSUP ? ENODATA : errno;
+  }
+
+  static VNFsStatus getFlagsByPath(VNAtPath item, std::uint32_t* flags) {
+    struct statx stx {};
+    const int at = item.path[0] == '\0' ? AT_EMPTY_PATH : 0;
+    if (::statx(item.dirfd, item.path, at | AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, STATX_TYPE, &stx) != 0)
+      return VNFsStatus::failure(errno, "read status of", item.path);
+    constexpr std::uint64_t kLockBits = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND | STATX_ATTR_NODUMP;
+    const bool inodeFlags = hasInodeFlags(stx.stx_mode);
+    // A file system that does not report its inode flags through statx is
+    // asked the slow way.
+    if (inodeFlags && (stx.stx_attributes_mask & kLockBits) != kLockBits) {
+      Item state;
+      if (VNFsStatus status = load(item, &state); !status.ok()) return status;
+      unsigned inode = 0;
+      if (int code = readInodeFlags(state.fd.get(), &inode); code && !isUnsupported(code))
+        return VNFsStatus::failure(code, "read flags of", item.path);
+      *flags = mergedWord(inode, state.attribute.value_or(0));
+      return {};
+    }
+    std::optional<std::uint32_t> attribute;
+    std::string text;
+    if (int code = readAttributeText(item, &text); code == 0) {
+      if (VNFsStatus status = parseAttribute(text, item, &attribute); !status.ok()) return status;
+    } else if (code != ENODATA) {
+      return VNFsStatus::failure(code, "read flags attribute of", item.path);
+    }
+    if (!inodeFlags) {
+      *flags = attribute.value_or(0);
+      return {};
+    }
+    unsigned inode = 0;
+    if (stx.stx_attributes & STATX_ATTR_IMMUTABLE) inode |= FS_IMMUTABLE_FL;
+    if (stx.stx_attributes & STATX_ATTR_APPEND) inode |= FS_APPEND_FL;
+    if (stx.stx_attributes & STATX_ATTR_NODUMP) inode |= FS_NODUMP_FL;
+    if (stx.stx_attributes & STATX_ATTR_COMPRESSED) inode |= FS_COMPR_FL;
+    *flags = mergedWord(inode, attribute.value_or(0));
+    return {};
+  }
+
   // An item held O_PATH, its kind, and its flags attribute.
   struct Item {
     VNUniqueFd fd;
@@ -149,6 +213,11 @@ class LinuxFileFlags final : public VNFileFlags {
       return {};
     }
     if (code) return VNFsStatus::failure(code, "read flags attribute of", item.path);
+    return parseAttribute(text, item, value);
+  }
+
+  static VNFsStatus parseAttribute(const std::string& text, VNAtPath item,
+                                   std::optional<std::uint32_t>* value) {
     // "0x" and one to eight hex digits; anything else is not ours to guess at.
     if (text.size() < 3 || text.size() > 10 || text.compare(0, 2, "0x") != 0 ||
         text.find_first_not_of("0123456789abcdefABCDEF", 2) != std::string::npos)

@@ -251,12 +251,16 @@ class ItemCopy {
       return {};
     if (::fchownat(destinationFd_.get(), "", sourceStat_.st_uid, sourceStat_.st_gid, AT_EMPTY_PATH) != 0)
       return fail(errno, "set owner of", destination_);
+    ownerChanged_ = true;
     return {};
   }
 
-  // Symbolic links have no permission bits of their own on Linux.
+  // Symbolic links have no permission bits of their own on Linux. A new
+  // item usually has the right bits already; a change of owner may have
+  // cleared set-id bits, so then they are always set again.
   VNFsStatus setMode() {
     if (S_ISLNK(destinationStat_.st_mode)) return {};
+    if (!ownerChanged_ && (destinationStat_.st_mode & 07777) == (sourceStat_.st_mode & 07777)) return {};
     if (::fchmodat(AT_FDCWD, VNProcFdPath(destinationFd_.get()).c_str(), sourceStat_.st_mode & 07777, 0) != 0)
       return fail(errno, "set permissions of", destination_);
     return {};
@@ -327,6 +331,7 @@ class ItemCopy {
   VNUniqueFd destinationFd_;
   struct stat sourceStat_ {};
   struct stat destinationStat_ {};
+  bool ownerChanged_ = false;
 };
 
 }  // namespace

@@ -44,17 +44,20 @@ int VNSetInodeFlags(int fd, unsigned flags) {
 
 int VNListXattrs(int pathFd, std::vector<std::string>* names) {
   std::string path = VNProcFdPath(pathFd);
-  std::string buffer;
+  // Most items have few attributes: one call into a buffer of a good size,
+  // asking for the exact size only when it is too small.
+  std::string buffer(4096, '\0');
   for (;;) {
-    ssize_t size = ::listxattr(path.c_str(), nullptr, 0);
-    if (size < 0) return errno == ENOTSUP ? (names->clear(), 0) : errno;
-    buffer.resize(static_cast<size_t>(size));
-    size = ::listxattr(path.c_str(), buffer.data(), buffer.size());
+    ssize_t size = ::listxattr(path.c_str(), buffer.data(), buffer.size());
     if (size >= 0) {
       buffer.resize(static_cast<size_t>(size));
       break;
     }
-    if (errno != ERANGE) return errno;  // ERANGE: the list grew meanwhile
+    if (errno == ENOTSUP) return names->clear(), 0;
+    if (errno != ERANGE) return errno;
+    size = ::listxattr(path.c_str(), nullptr, 0);
+    if (size < 0) return errno;
+    buffer.resize(static_cast<size_t>(size) + 1);  // +1: the list may grow meanwhile
   }
   names->clear();
   for (size_t start = 0; start < buffer.size();) {
@@ -68,16 +71,18 @@ int VNListXattrs(int pathFd, std::vector<std::string>* names) {
 
 int VNGetXattr(int pathFd, const char* name, std::string* value) {
   std::string path = VNProcFdPath(pathFd);
+  value->resize(256);
   for (;;) {
-    ssize_t size = ::getxattr(path.c_str(), name, nullptr, 0);
-    if (size < 0) return errno == ENOTSUP ? ENODATA : errno;
-    value->resize(static_cast<size_t>(size));
-    size = ::getxattr(path.c_str(), name, value->data(), value->size());
+    ssize_t size = ::getxattr(path.c_str(), name, value->data(), value->size());
     if (size >= 0) {
       value->resize(static_cast<size_t>(size));
       return 0;
     }
+    if (errno == ENOTSUP) return ENODATA;
     if (errno != ERANGE) return errno;
+    size = ::getxattr(path.c_str(), name, nullptr, 0);
+    if (size < 0) return errno == ENOTSUP ? ENODATA : errno;
+    value->resize(static_cast<size_t>(size) + 1);
   }
 }
 
