@@ -9,31 +9,11 @@
 
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "platform/VNSystemLog.h"
+#include "support/VNLogCapture.h"
 #include "support/VNTestDir.h"
 
 // Records what reaches the system log.
-class RecordingSystemLog final : public VNSystemLog {
- public:
-  struct Entry {
-    Level level;
-    std::string subsystem, category, text;
-  };
-  bool isLevelEnabled(Level, std::string_view, std::string_view) override { return true; }
-  void log(Level level, std::string_view subsystem, std::string_view category,
-           std::string_view text) override {
-    std::lock_guard lock(mutex_);
-    entries_.push_back({level, std::string(subsystem), std::string(category), std::string(text)});
-  }
-  void syslog(int, std::string_view) override {}
-  std::vector<Entry> entries() {
-    std::lock_guard lock(mutex_);
-    return entries_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<Entry> entries_;
-};
+using RecordingSystemLog = VNRecordingSystemLog;
 
 // Creates every folder of `relative` below `root` (0755).
 inline void makeFolders(const std::string& root, const std::string& relative) {

@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "platform/VNPlatformService.h"
@@ -18,13 +16,6 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
 namespace {
-
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 // A system root with a data template below `base`, and a copier on it that
 // records its log lines and progress reports.
@@ -105,9 +96,9 @@ TEST(CopyEngine, LaysDownEachKindOfItem) {
   EXPECT_THAT(run.target("Library/Caches"), IsSymlinkTo("../System/Library/Templates/Data/Library/Caches/"));
   EXPECT_THAT(run.target("notes/a.txt"), IsSymlinkTo("../System/Library/Templates/Data/notes/a.txt"));
   EXPECT_THAT(run.target("links/kept"), IsSymlinkTo("../notes/b.md")) << "template links are never replaced";
-  EXPECT_EQ(readFile(run.target("notes/b.md")), "copied file");
+  EXPECT_EQ(VNReadTestFile(run.target("notes/b.md")), "copied file");
   EXPECT_THAT(run.target("notes/b.md"), HasMode(0640));
-  EXPECT_EQ(readFile(run.target("notes/group3")), "0123456789");
+  EXPECT_EQ(VNReadTestFile(run.target("notes/group3")), "0123456789");
   struct stat first {}, clone {}, fifo {};
   ASSERT_EQ(::lstat(run.target("group1").c_str(), &first), 0);
   ASSERT_EQ(::lstat(run.target("notes/group3").c_str(), &clone), 0);
@@ -143,7 +134,7 @@ TEST(CopyEngine, SymlinkOverNonEmptyFolderFailsWithTheLinkError) {
   EXPECT_EQ(error.domain(), VNPOSIXErrorDomain);
   EXPECT_EQ(error.code(), EEXIST);
   EXPECT_EQ(error.filePath(), run.target("Shared"));
-  EXPECT_EQ(readFile(run.target("Shared/user/keep")), "user data");
+  EXPECT_EQ(VNReadTestFile(run.target("Shared/user/keep")), "user data");
   ASSERT_GE(run.log.size(), 2u);
   EXPECT_THAT(run.log[run.log.size() - 2], HasSubstr("could not create symlink at " + run.target("Shared")));
   EXPECT_THAT(run.lastLine(), HasSubstr("failed to copy data template from "));
@@ -164,8 +155,8 @@ TEST(CopyEngine, CopyingTwiceReplacesItemsInsteadOfWritingIntoThem) {
   ::symlink("two", run.tmpl("link").c_str());
 
   ASSERT_TRUE(run.copy());
-  EXPECT_EQ(readFile(run.target("file")), "version two");
-  EXPECT_EQ(readFile(dir / "outside"), "version one");
+  EXPECT_EQ(VNReadTestFile(run.target("file")), "version two");
+  EXPECT_EQ(VNReadTestFile(dir / "outside"), "version one");
   EXPECT_THAT(run.target("link"), IsSymlinkTo("two"));
 }
 
@@ -221,5 +212,5 @@ TEST(CopyEngine, FailedTierFlagChangeIsLoggedAndTheCopyGoesOn) {
   for (const auto& line : run.log)
     tierLines += line.find("could not preserve QRFS Tandem flags for " + run.target("file")) == 0;
   EXPECT_EQ(tierLines, 1);
-  EXPECT_EQ(readFile(run.target("file")), "data");
+  EXPECT_EQ(VNReadTestFile(run.target("file")), "data");
 }

@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "datatemplate/VNUDataTemplateUtilities.h"
@@ -20,13 +18,6 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
 namespace {
-
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 VNFileURL folder(const std::string& path) { return VNFileURL::fileURLWithPath(path, true); }
 
@@ -93,9 +84,9 @@ TEST_F(InstallTest, PopulatesTheVolumeAroundTheUsersFiles) {
   ASSERT_TRUE(install(&error, [&](std::uint64_t items) { counts.push_back(items); })) << error.description();
 
   EXPECT_FALSE(fs::exists(data + "/.DTemplateInstantiation")) << "the temporary folder is gone";
-  EXPECT_EQ(readFile(data + "/Library/Preferences/defaults"), std::string(5000, 'p'));
-  EXPECT_EQ(readFile(data + "/Users/Shared/welcome"), "hello");
-  EXPECT_EQ(readFile(data + "/Users/alice/diary"), "private words");
+  EXPECT_EQ(VNReadTestFile(data + "/Library/Preferences/defaults"), std::string(5000, 'p'));
+  EXPECT_EQ(VNReadTestFile(data + "/Users/Shared/welcome"), "hello");
+  EXPECT_EQ(VNReadTestFile(data + "/Users/alice/diary"), "private words");
   EXPECT_THAT(data + "/Users/alice/diary", HasMode(0600));
   struct stat diaryAfter {};
   ASSERT_EQ(::lstat((data + "/Users/alice/diary").c_str(), &diaryAfter), 0);
@@ -116,9 +107,9 @@ TEST_F(InstallTest, PopulatesTheVolumeAroundTheUsersFiles) {
 
 TEST_F(InstallTest, TetherlinkFlagDoesNotChangeTheResult) {
   ASSERT_TRUE(VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(folder(system), folder(data), false, nullptr));
-  auto first = readFile(data + "/Users/Shared/welcome");
+  auto first = VNReadTestFile(data + "/Users/Shared/welcome");
   ASSERT_TRUE(VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(folder(system), folder(data), nullptr));
-  EXPECT_EQ(readFile(data + "/Users/Shared/welcome"), first);
+  EXPECT_EQ(VNReadTestFile(data + "/Users/Shared/welcome"), first);
 }
 
 TEST_F(InstallTest, MissingDestinationItemIsOneErrorLineNotAFailure) {
@@ -193,6 +184,6 @@ TEST(InstallOnBtrfs, ClonesAcrossSubvolumesOfOneFileSystem) {
       folder(*image / "system"), folder(*image / "data"), &error)) << error.description();
   EXPECT_THAT(linesAt(capture, VNSystemLog::Level::Default),
               ::testing::Contains(HasSubstr(", 1 cloned items, 0 symlinked items")));
-  EXPECT_EQ(readFile(*image / "data/Library/blob2"), std::string(1 << 20, 'b'));
+  EXPECT_EQ(VNReadTestFile(*image / "data/Library/blob2"), std::string(1 << 20, 'b'));
   EXPECT_TRUE(VNAllExtentsShared(*image / "data/Library/blob")) << "the copy from the system subvolume is a clone";
 }

@@ -3,8 +3,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "platform/VNShove.h"
 #include "support/VNLoopImage.h"
@@ -13,13 +11,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 struct ShoveRun {
   int result;
@@ -61,8 +52,8 @@ TEST_F(ShoveTest, MergesIntoExistingFoldersAndLeavesForeignItemsAlone) {
   ShoveRun run = runShove(src(), dst(), kInstall);
   ASSERT_EQ(run.result, 0);
   EXPECT_TRUE(run.lines.empty());
-  EXPECT_EQ(readFile(dst("Users/alice/notes.txt")), "mine");
-  EXPECT_EQ(readFile(dst("Users/Shared/readme")), "template");
+  EXPECT_EQ(VNReadTestFile(dst("Users/alice/notes.txt")), "mine");
+  EXPECT_EQ(VNReadTestFile(dst("Users/Shared/readme")), "template");
   EXPECT_TRUE(fs::is_directory(dst("Library/Caches")));
   EXPECT_EQ(fs::read_symlink(dst("Library/link")), "../nowhere");
   struct stat st {};
@@ -79,16 +70,16 @@ TEST_F(ShoveTest, ReplacesFilesOnlyWhenAskedAndNeverAFolderByAFile) {
   ASSERT_EQ(refused.lines.size(), 1u);
   EXPECT_EQ(refused.lines[0].first, VNShoveLogError);
   EXPECT_NE(refused.lines[0].second.find(dst("a")), std::string::npos);
-  EXPECT_EQ(readFile(dst("a")), "old");
+  EXPECT_EQ(VNReadTestFile(dst("a")), "old");
 
   EXPECT_EQ(runShove(src(), dst(), kInstall).result, 0);
-  EXPECT_EQ(readFile(dst("a")), "new");
+  EXPECT_EQ(VNReadTestFile(dst("a")), "new");
 
   VNWriteTestFile(src("folder"), "a file where a folder is");
   fs::create_directories(dst("folder/keep"));
   EXPECT_EQ(runShove(src(), dst(), kInstall).result, EISDIR);
   EXPECT_TRUE(fs::is_directory(dst("folder/keep")));
-  EXPECT_EQ(readFile(src("folder")), "a file where a folder is") << "unmoved item stays in the source";
+  EXPECT_EQ(VNReadTestFile(src("folder")), "a file where a folder is") << "unmoved item stays in the source";
 }
 
 TEST_F(ShoveTest, NeverFollowsADestinationLinkOutOfTheTree) {
@@ -99,9 +90,9 @@ TEST_F(ShoveTest, NeverFollowsADestinationLinkOutOfTheTree) {
   VNWriteTestFile(src("Library/sentinel"), "overwritten?");
 
   ASSERT_EQ(runShove(src(), dst(), kInstall).result, 0);
-  EXPECT_EQ(readFile(dir / "outside/sentinel"), "untouched");
+  EXPECT_EQ(VNReadTestFile(dir / "outside/sentinel"), "untouched");
   EXPECT_FALSE(fs::is_symlink(dst("Library"))) << "the link is replaced by the template's folder";
-  EXPECT_EQ(readFile(dst("Library/sentinel")), "overwritten?");
+  EXPECT_EQ(VNReadTestFile(dst("Library/sentinel")), "overwritten?");
 }
 
 TEST_F(ShoveTest, MissingSourceOrDestinationIsReported) {
@@ -117,5 +108,5 @@ TEST(ShoveAcrossFileSystems, FailsWithEXDEVAndMovesNothing) {
   VNTestDir dir;
   VNWriteTestFile(dir / "item", "stays");
   EXPECT_EQ(runShove(dir.path(), image->mountPoint(), kInstall).result, EXDEV);
-  EXPECT_EQ(readFile(dir / "item"), "stays");
+  EXPECT_EQ(VNReadTestFile(dir / "item"), "stays");
 }

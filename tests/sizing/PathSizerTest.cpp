@@ -12,6 +12,7 @@
 #include "platform/VNSystemLog.h"
 #include "sizing/VNPathSizer.h"
 #include "support/VNLoopImage.h"
+#include "support/VNLogCapture.h"
 #include "support/VNTestDir.h"
 
 namespace {
@@ -25,24 +26,6 @@ std::uint64_t allocated(const std::string& path) {
 }
 
 VNFileURL url(const std::string& path) { return VNFileURL::fileURLWithPath(path); }
-
-// Records what the sizer writes to the system log.
-class RecordingLog final : public VNSystemLog {
- public:
-  struct Entry {
-    Level level;
-    std::string subsystem, category, text;
-  };
-  bool isLevelEnabled(Level, std::string_view, std::string_view) override { return true; }
-  void log(Level level, std::string_view subsystem, std::string_view category,
-           std::string_view text) override {
-    std::lock_guard lock(mutex);
-    entries.push_back({level, std::string(subsystem), std::string(category), std::string(text)});
-  }
-  void syslog(int, std::string_view) override {}
-  std::mutex mutex;
-  std::vector<Entry> entries;
-};
 
 // Hands the sizer a fixed list of items, as a file system would list them.
 class ListedStorage final : public VNStorageUsage {
@@ -151,15 +134,16 @@ TEST(VNPathSizer, SingleItemsMissingPathsAndEmptyURLs) {
 // Folders that cannot be enumerated go to the general system log, once each,
 // and the walk gives what it could read.
 TEST(VNPathSizer, EnumerationErrorsGoToTheSystemLog) {
-  auto log = std::make_shared<RecordingLog>();
+  auto log = std::make_shared<VNRecordingSystemLog>();
   VNPlatformOverride<VNSystemLog> logOverride(log);
   VNTestDir dir;
   VNWriteTestFile(dir / "file", "x");
   std::uint64_t count = 5;
   EXPECT_EQ(VNPathSizer::init()->getTRFSFolderSize(url(dir / "file"), &count), 0u);
   EXPECT_EQ(count, 0u);
-  ASSERT_EQ(log->entries.size(), 1u);
-  const auto& entry = log->entries[0];
+  const auto entries = log->entries();
+  ASSERT_EQ(entries.size(), 1u);
+  const auto& entry = entries[0];
   EXPECT_EQ(entry.level, VNSystemLog::Level::Error);
   EXPECT_EQ(entry.subsystem, "");
   EXPECT_EQ(entry.category, "");

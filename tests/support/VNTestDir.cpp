@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <system_error>
 
 namespace {
@@ -57,4 +59,11 @@ void VNWriteTestFile(const std::string& path, const std::string& contents, unsig
   }
   ::fchmod(fd, mode);
   ::close(fd);
+}
+
+std::string VNReadTestFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
 }

@@ -23,3 +23,6 @@ class VNTestDir {
 // Writes `contents` to `path`, creating or truncating it; aborts the test
 // binary on failure (a broken fixture is not a test result).
 void VNWriteTestFile(const std::string& path, const std::string& contents, unsigned mode = 0644);
+
+// The whole contents of `path`; empty when it can't be read.
+std::string VNReadTestFile(const std::string& path);
