@@ -5,7 +5,7 @@
 
 namespace {
 
-// One conversion specification: "%" flags width precision length conversion.
+// One conversion directive: "%" flags width precision length conversion.
 struct Spec {
   std::string flags;
   std::string width;      // digits, or "*"
@@ -14,7 +14,7 @@ struct Spec {
   char conversion = 0;
 };
 
-// Reads a specification starting after '%'; returns the index past it, or
+// Reads a directive starting after '%'; returns the index past it, or
 // npos when the format ends inside it.
 size_t parseSpec(std::string_view f, size_t i, Spec& spec) {
   auto take = [&](auto pred, std::string& out) {
