@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "datatemplate/VNUDataTemplateCopier.h"
+#include "platform/VNFileFlags.h"
 #include "platform/VNPlatformService.h"
 #include "platform/VNStorageTiers.h"
 #include "support/VNFsMatchers.h"
@@ -213,4 +214,35 @@ TEST(CopyEngine, FailedTierFlagChangeIsLoggedAndTheCopyGoesOn) {
     tierLines += line.find("could not preserve QRFS Tandem flags for " + run.target("file")) == 0;
   EXPECT_EQ(tierLines, 1);
   EXPECT_EQ(VNReadTestFile(run.target("file")), "data");
+}
+
+TEST(CopyEngine, ALinkLaidDownForAnItemCarriesThatItemsOwnerFlagsAndTimes) {
+  if (::geteuid() != 0) GTEST_SKIP() << "skipped: setting owners and WARD flags needs root";
+  VNTestDir dir;
+  TemplateRun run(dir.path());
+  run.patterns("Shared/\nnotes/*.txt\n");
+  fs::create_directories(run.tmpl("Shared"));
+  fs::create_directories(run.tmpl("notes"));
+  VNWriteTestFile(run.tmpl("notes/a.txt"), "text");
+  auto flags = VNFileFlags::makeDefault();
+  for (const char* item : {"Shared", "notes/a.txt"}) {
+    ASSERT_EQ(::lchown(run.tmpl(item).c_str(), 1234, 5678), 0);
+    ASSERT_TRUE(flags->setFlags(run.tmpl(item), VNFileFlag::Restricted).ok());
+    struct timespec times[2] = {{1100000000, 5}, {1200000000, 7}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, run.tmpl(item).c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+  }
+  VNError error;
+  ASSERT_TRUE(run.copy(&error)) << error.description();
+  for (const char* item : {"Shared", "notes/a.txt"}) {
+    struct stat want {};
+    ASSERT_EQ(::lstat(run.tmpl(item).c_str(), &want), 0);
+    std::string link = run.target(item);
+    EXPECT_THAT(link, HasTimes(want)) << "checked before reading the link, which sets its atime";
+    EXPECT_THAT(link, HasOwner(1234, 5678));
+    EXPECT_THAT(link, IsSymlinkTo(std::string(item) == "Shared" ? "System/Library/Templates/Data/Shared/"
+                                                                 : "../System/Library/Templates/Data/notes/a.txt"));
+    std::uint32_t word = 0;
+    ASSERT_TRUE(flags->getFlags(link, &word).ok());
+    EXPECT_EQ(word & VNFileFlag::WARDMask, VNFileFlag::Restricted) << item;
+  }
 }
