@@ -13,6 +13,7 @@
 #include "foundation/VNExport.h"
 #include "foundation/VNFileURL.h"
 #include "foundation/VNFormat.h"
+#include "foundation/VNSharedSlot.h"
 #include "foundation/VNValue.h"
 
 struct BomStore;
@@ -184,10 +185,10 @@ class VN_EXPORT VNUDataTemplateCopier {
   explicit VNUDataTemplateCopier(VNFileURL systemURL) : systemURL_(std::move(systemURL)) {}
 
   const VNFileURL systemURL_;
-  std::atomic<std::shared_ptr<const LogHandler>> logHandler_;
-  std::atomic<std::shared_ptr<const ProgressHandler>> progressHandler_;
-  std::atomic<std::shared_ptr<const PatternList>> symlinkedFilePatterns_;
-  std::atomic<std::shared_ptr<const PatternList>> symlinkedDirectoryPatterns_;
+  VNSharedSlot<LogHandler> logHandler_;
+  VNSharedSlot<ProgressHandler> progressHandler_;
+  VNSharedSlot<PatternList> symlinkedFilePatterns_;
+  VNSharedSlot<PatternList> symlinkedDirectoryPatterns_;
   bool hasDataTemplateBOM_ = false;
   std::uint64_t totalItems_ = 0;
   std::uint64_t totalBytes_ = 0;
