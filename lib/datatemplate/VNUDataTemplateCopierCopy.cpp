@@ -82,6 +82,7 @@ bool VNUDataTemplateCopier::_copyDataTemplateIfNeededToURL(const VNFileURL& targ
   context.clone = VNPlatformSlot<VNClone>::get();
   context.fileFlags = VNPlatformSlot<VNFileFlags>::get();
   context.tiers = VNPlatformSlot<VNStorageTiers>::get();
+  context.compression = VNPlatformSlot<VNCompression>::get();
 
   vnudtc_send_progress(&context);
   std::string destination;

@@ -2,6 +2,7 @@
 // item down on the target and carries its metadata over.
 #include "datatemplate/VNUDataTemplateCopyEngine.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -34,6 +35,38 @@ const char* relativePath(const vnudtc_context* context, const FTSENT* entry) {
 }
 
 bool isSymlinkKind(int info) { return info == FTS_SL || info == FTS_SLNONE; }
+
+// The open folder holding `entry`, or null for the root (or should the walk
+// be deeper than the folders held, which it never is).
+const vnudtc_context::OpenFolder* parentFolder(const vnudtc_context* context, const FTSENT* entry) {
+  if (entry->fts_level < 1 || static_cast<size_t>(entry->fts_level) > context->folders.size()) return nullptr;
+  return &context->folders[static_cast<size_t>(entry->fts_level) - 1];
+}
+
+VNAtPath sourceItem(const vnudtc_context* context, const FTSENT* entry) {
+  const auto* parent = parentFolder(context, entry);
+  return parent ? VNAtPath(parent->source.get(), entry->fts_name) : VNAtPath(entry->fts_path);
+}
+
+VNAtPath destinationItem(const vnudtc_context* context, const FTSENT* entry, const char* destination) {
+  const auto* parent = parentFolder(context, entry);
+  return parent ? VNAtPath(parent->destination.get(), entry->fts_name) : VNAtPath(destination);
+}
+
+// Holds the folder just laid down for `entry` and its template folder, for
+// the items below them.
+int enterFolder(vnudtc_context* context, const FTSENT* entry, const char* destination) {
+  constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  VNAtPath source = sourceItem(context, entry);
+  VNAtPath target = destinationItem(context, entry, destination);
+  VNUniqueFd sourceFd(::openat(source.dirfd, source.path, kFlags));
+  if (!sourceFd) return errno;
+  VNUniqueFd destinationFd(::openat(target.dirfd, target.path, kFlags));
+  if (!destinationFd) return errno == ELOOP ? ENOTDIR : errno;
+  context->folders.resize(static_cast<size_t>(entry->fts_level));
+  context->folders.push_back({std::move(sourceFd), std::move(destinationFd)});
+  return 0;
+}
 
 // The errno of a failed platform call, never 0.
 int failureCode(const VNFsStatus& status) { return status.code ? status.code : EIO; }
@@ -128,9 +161,11 @@ int vnudtc_visit_preorder(vnudtc_context* context, FTS* walk, FTSENT* entry,
   }
 
   VNCopyOptions options = directory ? VNCopyOptionSet::Directory : VNCopyOptionSet::Full;
-  VNFsStatus status = context->copyItem->copyItem(entry->fts_path, destination, options);
-  if (status.ok()) return 0;
-  int code = failureCode(status);
+  VNFsStatus status = context->copyItem->copyItem(sourceItem(context, entry),
+                                                  destinationItem(context, entry, destination), options);
+  int code = status.ok() ? 0 : failureCode(status);
+  if (code == 0) code = directory ? enterFolder(context, entry, destination) : 0;
+  if (code == 0) return 0;
   context->copier->log("could not copy %s -> %s: %d (%s)\n", entry->fts_path, destination, code,
                        std::strerror(code));
   return code;
@@ -138,6 +173,8 @@ int vnudtc_visit_preorder(vnudtc_context* context, FTS* walk, FTSENT* entry,
 
 int vnudtc_visit_postorder(vnudtc_context* context, FTSENT* entry, const char* destination) {
   if (entry->fts_pointer == doneMark()) return 0;
+  // A folder's own metadata is named through its parent.
+  if (entry->fts_info == FTS_DP) context->folders.resize(static_cast<size_t>(entry->fts_level));
   if (int result = vnudtc_preserve_metadata(context, entry, destination, entry->fts_info))
     return result;
   vnudtc_increment_progress(context, entry->fts_statp, /*withoutBytes=*/false);
@@ -151,26 +188,36 @@ int vnudtc_preserve_metadata(vnudtc_context* context, FTSENT* entry, const char*
   // folder, whose stat fields come now) already has the source's WARD bits:
   // only items laid down as something else, and folders, need the step.
   const bool sameItem = laidDownKind == entry->fts_info && laidDownKind != FTS_DP;
-  const bool compressedMatters = laidDownKind == FTS_F && entry->fts_info == FTS_F;
-  std::uint32_t sourceFlags = 0;
-  if (!sameItem || compressedMatters) {
+  if (!sameItem) {
+    std::uint32_t sourceFlags = 0;
     VNFsStatus status = context->fileFlags->getFlags(entry->fts_path, &sourceFlags);
     if (!status.ok()) {
       context->copier->log("could not preserve WARD flags for %s: %d (%s)", destination,
                            status.code, std::strerror(status.code));
       return failureCode(status);
     }
-  }
-  if (!sameItem) {
     if (int result = preserveWARDFlags(context, destination, sourceFlags)) return result;
   }
 
   if (laidDownKind == FTS_F || laidDownKind == FTS_DP)
     preserveTierFlags(context, entry->fts_path, destination);
 
-  const bool statNeeded = !sameItem || (compressedMatters && (sourceFlags & VNFileFlag::Compressed));
+  // A regular file copied as itself needs its stat fields again only when
+  // compressed: of its flags word only that bit is asked for.
+  bool statNeeded = !sameItem;
+  if (sameItem && laidDownKind == FTS_F) {
+    VNFsStatus status = context->compression->isCompressed(sourceItem(context, entry), &statNeeded);
+    if (status.code == ENOTSUP) {
+      statNeeded = false;
+    } else if (!status.ok()) {
+      context->copier->log("could not preserve WARD flags for %s: %d (%s)", destination,
+                           status.code, std::strerror(status.code));
+      return failureCode(status);
+    }
+  }
   if (!statNeeded) return 0;
-  VNFsStatus status = context->copyItem->copyItem(entry->fts_path, destination, VNCopyOptionSet::StatOnly);
+  VNFsStatus status = context->copyItem->copyItem(
+      sourceItem(context, entry), destinationItem(context, entry, destination), VNCopyOptionSet::StatOnly);
   if (status.ok()) return 0;
   context->copier->log("could not preserve stat fields for %s: %d (%s)", destination, status.code,
                        std::strerror(status.code));

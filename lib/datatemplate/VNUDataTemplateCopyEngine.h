@@ -7,11 +7,14 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "foundation/VNError.h"
 #include "foundation/VNExport.h"
+#include "foundation/VNUniqueFd.h"
 #include "platform/VNClone.h"
+#include "platform/VNCompression.h"
 #include "platform/VNCopyItem.h"
 #include "platform/VNFileFlags.h"
 #include "platform/VNStorageTiers.h"
@@ -47,11 +50,22 @@ struct vnudtc_context {
   std::uint64_t root_length = 0;    // byte length of the template root path
   std::optional<VNError> error;     // the error that ended the walk
 
+  // The folders the walk is in, by depth (index 0: the template root and
+  // the target), held O_PATH. Items below them are named relative to their
+  // parents, so each lookup walks one path component instead of the whole
+  // path, and no folder above can be swapped for a link meanwhile.
+  struct OpenFolder {
+    VNUniqueFd source;
+    VNUniqueFd destination;
+  };
+  std::vector<OpenFolder> folders;
+
   // The platform services of the run, looked up once rather than per item.
   std::shared_ptr<VNCopyItem> copyItem;
   std::shared_ptr<VNClone> clone;
   std::shared_ptr<VNFileFlags> fileFlags;
   std::shared_ptr<VNStorageTiers> tiers;
+  std::shared_ptr<VNCompression> compression;
 };
 
 // The visit functions of the copy walk. Each returns 0 or an errno value.

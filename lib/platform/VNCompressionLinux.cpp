@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <optional>
 
 #include "platform/VNCompression.h"
+#include "platform/internal/VNFlagsWord.h"
 #include "platform/internal/VNItemFd.h"
 
 namespace {
@@ -17,6 +19,16 @@ int asUnsupported(int code) { return code == ENOTTY || code == EOPNOTSUPP ? ENOT
 class LinuxCompression final : public VNCompression {
  public:
   VNFsStatus isCompressed(VNAtPath item, bool* compressed) override {
+    // statx answers without opening the item where the file system reports
+    // its inode flags there.
+    struct statx status {};
+    const int at = item.path[0] == '\0' ? AT_EMPTY_PATH : 0;
+    if (::statx(item.dirfd, item.path, at | AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) != 0)
+      return VNFsStatus::failure(errno, "read status of", item.path);
+    if (std::optional<bool> answer = VNStatxCompressed(status)) {
+      *compressed = *answer;
+      return {};
+    }
     VNUniqueFd fd;
     unsigned flags = 0;
     if (VNFsStatus status = openAndRead(item, &fd, &flags); !status.ok()) return status;

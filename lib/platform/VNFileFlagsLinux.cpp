@@ -6,11 +6,11 @@
 
 #include <cerrno>
 #include <cinttypes>
-#include <cstdlib>
 #include <optional>
 
 #include "foundation/VNFormat.h"
 #include "platform/VNFileFlags.h"
+#include "platform/internal/VNFlagsWord.h"
 #include "platform/internal/VNItemFd.h"
 
 extern "C" {
@@ -26,8 +26,6 @@ constexpr unsigned kLockingInodeFlags = FS_IMMUTABLE_FL | FS_APPEND_FL;
 // Bits the inode flags carry alone; the attribute never repeats them.
 constexpr std::uint32_t kInodeOnlyBits = NoDump | Compressed;
 
-bool hasInodeFlags(mode_t mode) { return S_ISREG(mode) || S_ISDIR(mode); }
-
 bool isUnsupported(int code) {
   return code == ENOTTY || code == EOPNOTSUPP || code == ENOSYS || code == EINVAL;
 }
@@ -41,23 +39,6 @@ unsigned inodeFlagsForWord(std::uint32_t word) {
   return flags;
 }
 
-// The spelling of one lockable flag: what the attribute says, or the user
-// spelling when it says nothing; nothing at all when the inode flag is off.
-std::uint32_t spelling(bool inodeHasFlag, std::uint32_t attribute, std::uint32_t mask,
-                       std::uint32_t userBit) {
-  if (!inodeHasFlag) return 0;
-  return (attribute & mask) ? (attribute & mask) : userBit;
-}
-
-std::uint32_t mergedWord(unsigned inode, std::uint32_t attribute) {
-  std::uint32_t word = attribute & ~(kInodeOnlyBits | ImmutableMask | AppendOnlyMask);
-  if (inode & FS_NODUMP_FL) word |= NoDump;
-  if (inode & FS_COMPR_FL) word |= Compressed;
-  word |= spelling(inode & FS_IMMUTABLE_FL, attribute, ImmutableMask, UserImmutable);
-  word |= spelling(inode & FS_APPEND_FL, attribute, AppendOnlyMask, UserAppendOnly);
-  return word;
-}
-
 // What the attribute must hold for `word` on an item with inode flags;
 // nothing when the inode flags say it all.
 std::optional<std::uint32_t> attributeForWord(std::uint32_t word) {
@@ -66,20 +47,27 @@ std::optional<std::uint32_t> attributeForWord(std::uint32_t word) {
   return attribute;
 }
 
+VNFsStatus parseAttribute(const std::string& text, VNAtPath item, std::optional<std::uint32_t>* value) {
+  std::uint32_t parsed = 0;
+  // Anything but our own spelling is not ours to guess at.
+  if (!VNParseFlagsAttribute(text, &parsed))
+    return VNFsStatus::failure(EINVAL, "read flags attribute of", item.path);
+  *value = parsed;
+  return {};
+}
+
 class LinuxFileFlags final : public VNFileFlags {
  public:
   VNFsStatus getFlags(VNAtPath item, std::uint32_t* flags) override {
     if (canReadByPath(item)) return getFlagsByPath(item, flags);
     Item state;
     if (VNFsStatus status = load(item, &state); !status.ok()) return status;
-    if (!hasInodeFlags(state.mode)) {
-      *flags = state.attribute.value_or(0);
-      return {};
-    }
     unsigned inode = 0;
-    if (int code = readInodeFlags(state.fd.get(), &inode); code && !isUnsupported(code))
-      return VNFsStatus::failure(code, "read flags of", item.path);
-    *flags = mergedWord(inode, state.attribute.value_or(0));
+    if (VNHasInodeFlags(state.mode)) {
+      if (int code = readInodeFlags(state.fd.get(), &inode); code && !isUnsupported(code))
+        return VNFsStatus::failure(code, "read flags of", item.path);
+    }
+    *flags = VNMergedFlagsWord(VNHasInodeFlags(state.mode), inode, state.attribute);
     return {};
   }
 
@@ -92,7 +80,7 @@ class LinuxFileFlags final : public VNFileFlags {
     if (VNFsStatus status = load(item, &state); !status.ok()) return status;
     const VNUniqueFd& fd = state.fd;
     const std::optional<std::uint32_t>& current = state.attribute;
-    if (!hasInodeFlags(state.mode)) {
+    if (!VNHasInodeFlags(state.mode)) {
       std::optional<std::uint32_t> wanted = flags ? std::optional(flags) : std::nullopt;
       return wanted == current ? VNFsStatus{} : writeAttribute(fd.get(), item, wanted);
     }
@@ -125,16 +113,16 @@ class LinuxFileFlags final : public VNFileFlags {
   }
 
  private:
-  // The copy engine reads two flags words per item, so the common case avoids
-  // opening the item at all: statx reports the inode flags as attributes and
-  // lgetxattr reads the attribute of the item itself, never a link's target.
+  // The common case avoids opening the item at all: statx reports the inode
+  // flags as attributes and lgetxattr reads the attribute of the item itself,
+  // never a link's target.
   static bool canReadByPath(VNAtPath item) {
     return item.path[0] == '\0' || item.dirfd == AT_FDCWD || item.path[0] == '/';
   }
 
-  // The flags attribute of the item a path or an O_PATH descriptor names.
+  // The flags attribute of the item a path or a descriptor names.
   static int readAttributeText(VNAtPath item, std::string* text) {
-    if (item.path[0] == '\0') return VNGetXattr(item.dirfd, VNFileFlagsAttributeName, text);
+    if (item.path[0] == '\0') return VNGetXattr({item.dirfd, true}, VNFileFlagsAttributeName, text);
     char buffer[16];
     ssize_t n = ::lgetxattr(item.path, VNFileFlagsAttributeName, buffer, sizeof buffer);
     if (n >= 0) {
@@ -150,17 +138,15 @@ class LinuxFileFlags final : public VNFileFlags {
     const int at = item.path[0] == '\0' ? AT_EMPTY_PATH : 0;
     if (::statx(item.dirfd, item.path, at | AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, STATX_TYPE, &stx) != 0)
       return VNFsStatus::failure(errno, "read status of", item.path);
-    constexpr std::uint64_t kLockBits = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND | STATX_ATTR_NODUMP;
-    const bool inodeFlags = hasInodeFlags(stx.stx_mode);
     // A file system that does not report its inode flags through statx is
     // asked the slow way.
-    if (inodeFlags && (stx.stx_attributes_mask & kLockBits) != kLockBits) {
+    if (!VNStatxReportsInodeFlags(stx)) {
       Item state;
       if (VNFsStatus status = load(item, &state); !status.ok()) return status;
       unsigned inode = 0;
       if (int code = readInodeFlags(state.fd.get(), &inode); code && !isUnsupported(code))
         return VNFsStatus::failure(code, "read flags of", item.path);
-      *flags = mergedWord(inode, state.attribute.value_or(0));
+      *flags = VNMergedFlagsWord(true, inode, state.attribute);
       return {};
     }
     std::optional<std::uint32_t> attribute;
@@ -170,16 +156,7 @@ class LinuxFileFlags final : public VNFileFlags {
     } else if (code != ENODATA) {
       return VNFsStatus::failure(code, "read flags attribute of", item.path);
     }
-    if (!inodeFlags) {
-      *flags = attribute.value_or(0);
-      return {};
-    }
-    unsigned inode = 0;
-    if (stx.stx_attributes & STATX_ATTR_IMMUTABLE) inode |= FS_IMMUTABLE_FL;
-    if (stx.stx_attributes & STATX_ATTR_APPEND) inode |= FS_APPEND_FL;
-    if (stx.stx_attributes & STATX_ATTR_NODUMP) inode |= FS_NODUMP_FL;
-    if (stx.stx_attributes & STATX_ATTR_COMPRESSED) inode |= FS_COMPR_FL;
-    *flags = mergedWord(inode, attribute.value_or(0));
+    *flags = *VNFlagsWordFromStatx(stx, attribute);
     return {};
   }
 
@@ -207,7 +184,7 @@ class LinuxFileFlags final : public VNFileFlags {
 
   static VNFsStatus readAttribute(int fd, VNAtPath item, std::optional<std::uint32_t>* value) {
     std::string text;
-    int code = VNGetXattr(fd, VNFileFlagsAttributeName, &text);
+    int code = VNGetXattr({fd, true}, VNFileFlagsAttributeName, &text);
     if (code == ENODATA) {
       value->reset();
       return {};
@@ -216,20 +193,9 @@ class LinuxFileFlags final : public VNFileFlags {
     return parseAttribute(text, item, value);
   }
 
-  static VNFsStatus parseAttribute(const std::string& text, VNAtPath item,
-                                   std::optional<std::uint32_t>* value) {
-    // "0x" and one to eight hex digits; anything else is not ours to guess at.
-    if (text.size() < 3 || text.size() > 10 || text.compare(0, 2, "0x") != 0 ||
-        text.find_first_not_of("0123456789abcdefABCDEF", 2) != std::string::npos)
-      return VNFsStatus::failure(EINVAL, "read flags attribute of", item.path);
-    unsigned long parsed = std::strtoul(text.c_str() + 2, nullptr, 16);
-    *value = static_cast<std::uint32_t>(parsed);
-    return {};
-  }
-
   static VNFsStatus writeAttribute(int fd, VNAtPath item, std::optional<std::uint32_t> value) {
-    int code = value ? VNSetXattr(fd, VNFileFlagsAttributeName, VNFormat("0x%08" PRIx32, *value))
-                     : VNRemoveXattr(fd, VNFileFlagsAttributeName);
+    int code = value ? VNSetXattr({fd, true}, VNFileFlagsAttributeName, VNFormat("0x%08" PRIx32, *value))
+                     : VNRemoveXattr({fd, true}, VNFileFlagsAttributeName);
     return code ? VNFsStatus::failure(code, "write flags attribute of", item.path) : VNFsStatus{};
   }
 };

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "foundation/VNExport.h"
+#include "platform/VNFsStatus.h"
 
 // The system calls through which the copy operations move data and write
 // extended attributes. Tests replace it (VNPlatformOverride) to make the Nth
@@ -23,9 +24,10 @@ class VN_EXPORT VNFileSystemCalls {
                                 off_t* destinationOffset, size_t length) = 0;
   virtual ssize_t readAt(int fd, void* buffer, size_t length, off_t offset) = 0;
   virtual ssize_t writeAt(int fd, const void* buffer, size_t length, off_t offset) = 0;
-  // setxattr(2) on `path`, following it (callers pass a /proc/self/fd path
-  // of an O_PATH descriptor, which names the item itself).
-  virtual int setXattr(const char* path, const char* name, const void* value, size_t size) = 0;
+  // setxattr(2) on `item`: an empty path names the descriptor itself
+  // (fsetxattr); any other path is followed (callers pass the
+  // "/proc/self/fd/N" path of an O_PATH descriptor, which names the item).
+  virtual int setXattr(VNAtPath item, const char* name, const void* value, size_t size) = 0;
 
   static std::shared_ptr<VNFileSystemCalls> makeDefault();
 };

@@ -28,8 +28,10 @@ class LinuxFileSystemCalls final : public VNFileSystemCalls {
   ssize_t writeAt(int fd, const void* buffer, size_t length, off_t offset) override {
     return countOrErrno(::pwrite(fd, buffer, length, offset));
   }
-  int setXattr(const char* path, const char* name, const void* value, size_t size) override {
-    return ::setxattr(path, name, value, size, 0) == 0 ? 0 : -errno;
+  int setXattr(VNAtPath item, const char* name, const void* value, size_t size) override {
+    int result = item.path[0] == '\0' ? ::fsetxattr(item.dirfd, name, value, size, 0)
+                                      : ::setxattr(item.path, name, value, size, 0);
+    return result == 0 ? 0 : -errno;
   }
 };
 

@@ -36,7 +36,7 @@ ssize_t VNFaultyFileSystemCalls::writeAt(int fd, const void* buffer, size_t leng
   return real_->writeAt(fd, buffer, length, offset);
 }
 
-int VNFaultyFileSystemCalls::setXattr(const char* path, const char* name, const void* value, size_t size) {
+int VNFaultyFileSystemCalls::setXattr(VNAtPath item, const char* name, const void* value, size_t size) {
   if (int fault = injected(Call::SetXattr)) return fault;
-  return real_->setXattr(path, name, value, size);
+  return real_->setXattr(item, name, value, size);
 }

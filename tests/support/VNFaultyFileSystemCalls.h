@@ -23,7 +23,7 @@ class VNFaultyFileSystemCalls final : public VNFileSystemCalls {
                         size_t length) override;
   ssize_t readAt(int fd, void* buffer, size_t length, off_t offset) override;
   ssize_t writeAt(int fd, const void* buffer, size_t length, off_t offset) override;
-  int setXattr(const char* path, const char* name, const void* value, size_t size) override;
+  int setXattr(VNAtPath item, const char* name, const void* value, size_t size) override;
 
  private:
   struct Slot {

@@ -2,6 +2,7 @@
 
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/sysmacros.h>
 #include <sys/xattr.h>
 
 #include <cerrno>
@@ -30,6 +31,29 @@ int VNReopenItem(int pathFd, int flags, VNUniqueFd* out) {
   return 0;
 }
 
+int VNStatxHeld(int fd, struct statx* status) {
+  constexpr int kFlags = AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW | AT_STATX_SYNC_AS_STAT;
+  return ::statx(fd, "", kFlags, STATX_BASIC_STATS, status) == 0 ? 0 : errno;
+}
+
+struct stat VNStatFromStatx(const struct statx& sx) {
+  struct stat st {};
+  st.st_dev = ::makedev(sx.stx_dev_major, sx.stx_dev_minor);
+  st.st_ino = sx.stx_ino;
+  st.st_mode = sx.stx_mode;
+  st.st_nlink = sx.stx_nlink;
+  st.st_uid = sx.stx_uid;
+  st.st_gid = sx.stx_gid;
+  st.st_rdev = ::makedev(sx.stx_rdev_major, sx.stx_rdev_minor);
+  st.st_size = static_cast<off_t>(sx.stx_size);
+  st.st_blksize = sx.stx_blksize;
+  st.st_blocks = static_cast<blkcnt_t>(sx.stx_blocks);
+  st.st_atim = {sx.stx_atime.tv_sec, sx.stx_atime.tv_nsec};
+  st.st_mtim = {sx.stx_mtime.tv_sec, sx.stx_mtime.tv_nsec};
+  st.st_ctim = {sx.stx_ctime.tv_sec, sx.stx_ctime.tv_nsec};
+  return st;
+}
+
 int VNGetInodeFlags(int fd, unsigned* flags) {
   int value = 0;
   if (::ioctl(fd, FS_IOC_GETFLAGS, &value) != 0) return errno;
@@ -42,20 +66,33 @@ int VNSetInodeFlags(int fd, unsigned flags) {
   return ::ioctl(fd, FS_IOC_SETFLAGS, &value) == 0 ? 0 : errno;
 }
 
-int VNListXattrs(int pathFd, std::vector<std::string>* names) {
-  std::string path = VNProcFdPath(pathFd);
+namespace {
+
+ssize_t listNames(VNHeldFd item, char* buffer, size_t size) {
+  if (!item.pathOnly) return ::flistxattr(item.fd, buffer, size);
+  return ::listxattr(VNProcFdPath(item.fd).c_str(), buffer, size);
+}
+
+ssize_t readValue(VNHeldFd item, const char* name, void* buffer, size_t size) {
+  if (!item.pathOnly) return ::fgetxattr(item.fd, name, buffer, size);
+  return ::getxattr(VNProcFdPath(item.fd).c_str(), name, buffer, size);
+}
+
+}  // namespace
+
+int VNListXattrs(VNHeldFd item, std::vector<std::string>* names) {
   // Most items have few attributes: one call into a buffer of a good size,
   // asking for the exact size only when it is too small.
   std::string buffer(4096, '\0');
   for (;;) {
-    ssize_t size = ::listxattr(path.c_str(), buffer.data(), buffer.size());
+    ssize_t size = listNames(item, buffer.data(), buffer.size());
     if (size >= 0) {
       buffer.resize(static_cast<size_t>(size));
       break;
     }
     if (errno == ENOTSUP) return names->clear(), 0;
     if (errno != ERANGE) return errno;
-    size = ::listxattr(path.c_str(), nullptr, 0);
+    size = listNames(item, nullptr, 0);
     if (size < 0) return errno;
     buffer.resize(static_cast<size_t>(size) + 1);  // +1: the list may grow meanwhile
   }
@@ -69,30 +106,30 @@ int VNListXattrs(int pathFd, std::vector<std::string>* names) {
   return 0;
 }
 
-int VNGetXattr(int pathFd, const char* name, std::string* value) {
-  std::string path = VNProcFdPath(pathFd);
+int VNGetXattr(VNHeldFd item, const char* name, std::string* value) {
   value->resize(256);
   for (;;) {
-    ssize_t size = ::getxattr(path.c_str(), name, value->data(), value->size());
+    ssize_t size = readValue(item, name, value->data(), value->size());
     if (size >= 0) {
       value->resize(static_cast<size_t>(size));
       return 0;
     }
     if (errno == ENOTSUP) return ENODATA;
     if (errno != ERANGE) return errno;
-    size = ::getxattr(path.c_str(), name, nullptr, 0);
+    size = readValue(item, name, nullptr, 0);
     if (size < 0) return errno == ENOTSUP ? ENODATA : errno;
     value->resize(static_cast<size_t>(size) + 1);
   }
 }
 
-int VNSetXattr(int pathFd, const char* name, const std::string& value) {
-  int result = VNPlatformSlot<VNFileSystemCalls>::get()->setXattr(
-      VNProcFdPath(pathFd).c_str(), name, value.data(), value.size());
-  return -result;
+int VNSetXattr(VNHeldFd item, const char* name, const std::string& value) {
+  std::string path = item.pathOnly ? VNProcFdPath(item.fd) : std::string();
+  VNAtPath target = item.pathOnly ? VNAtPath(path) : VNAtPath(item.fd, "");
+  return -VNPlatformSlot<VNFileSystemCalls>::get()->setXattr(target, name, value.data(), value.size());
 }
 
-int VNRemoveXattr(int pathFd, const char* name) {
-  if (::removexattr(VNProcFdPath(pathFd).c_str(), name) == 0 || errno == ENODATA) return 0;
-  return errno;
+int VNRemoveXattr(VNHeldFd item, const char* name) {
+  int result = item.pathOnly ? ::removexattr(VNProcFdPath(item.fd).c_str(), name)
+                             : ::fremovexattr(item.fd, name);
+  return result == 0 || errno == ENODATA ? 0 : errno;
 }

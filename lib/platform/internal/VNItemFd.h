@@ -1,16 +1,24 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
 #include <vector>
 
 #include "foundation/VNUniqueFd.h"
 #include "platform/VNFsStatus.h"
 
-// Helpers of the Linux file-system services. An item is held by an O_PATH
-// descriptor opened without following a final symbolic link; its metadata
-// is then read and written through "/proc/self/fd/N", which names that very
-// inode (a symbolic link itself, never its target). Functions return 0 or
-// an errno value.
+// Helpers of the Linux file-system services. An item is held by a descriptor
+// opened without following a final symbolic link: one open for I/O (a
+// regular file, a directory) takes the f* calls directly; an O_PATH one (a
+// symbolic link, a special file, an item not yet known) is reached through
+// "/proc/self/fd/N", which names that very inode, a symbolic link itself and
+// never its target. Functions return 0 or an errno value.
+
+struct VNHeldFd {
+  int fd;
+  bool pathOnly;  // O_PATH: metadata only through "/proc/self/fd/N"
+};
 
 // Opens `item` O_PATH; a final symbolic link is followed only with `follow`.
 int VNOpenItem(VNAtPath item, bool follow, VNUniqueFd* out);
@@ -18,15 +26,19 @@ int VNOpenItem(VNAtPath item, bool follow, VNUniqueFd* out);
 std::string VNProcFdPath(int fd);
 // Opens the inode behind the O_PATH descriptor `pathFd` for I/O with `flags`.
 int VNReopenItem(int pathFd, int flags, VNUniqueFd* out);
+// statx of the item behind `fd` (any kind of descriptor), never following.
+int VNStatxHeld(int fd, struct statx* status);
+// The struct stat fields of a statx.
+struct stat VNStatFromStatx(const struct statx& status);
 
 // Inode flags (FS_IOC_GETFLAGS/SETFLAGS) of a descriptor opened for I/O.
 int VNGetInodeFlags(int fd, unsigned* flags);
 int VNSetInodeFlags(int fd, unsigned flags);
 
-// Extended attributes of the item behind the O_PATH descriptor `pathFd`.
-int VNListXattrs(int pathFd, std::vector<std::string>* names);
+// Extended attributes of a held item.
+int VNListXattrs(VNHeldFd item, std::vector<std::string>* names);
 // ENODATA when the attribute is absent.
-int VNGetXattr(int pathFd, const char* name, std::string* value);
-int VNSetXattr(int pathFd, const char* name, const std::string& value);
+int VNGetXattr(VNHeldFd item, const char* name, std::string* value);
+int VNSetXattr(VNHeldFd item, const char* name, const std::string& value);
 // Removing an absent attribute succeeds.
-int VNRemoveXattr(int pathFd, const char* name);
+int VNRemoveXattr(VNHeldFd item, const char* name);
