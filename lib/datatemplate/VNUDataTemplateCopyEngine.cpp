@@ -161,8 +161,8 @@ int vnudtc_visit_preorder(vnudtc_context* context, FTS* walk, FTSENT* entry,
   }
 
   VNCopyOptions options = directory ? VNCopyOptionSet::Directory : VNCopyOptionSet::Full;
-  VNFsStatus status = context->copyItem->copyItem(sourceItem(context, entry),
-                                                  destinationItem(context, entry, destination), options);
+  VNFsStatus status = context->copyItem->copyItem(
+      sourceItem(context, entry), destinationItem(context, entry, destination), options, entry->fts_statp);
   int code = status.ok() ? 0 : failureCode(status);
   if (code == 0) code = directory ? enterFolder(context, entry, destination) : 0;
   if (code == 0) return 0;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <memory>
 
@@ -66,7 +68,13 @@ class VN_EXPORT VNCopyItem {
   // On failure returns the errno with the step and the path that failed; an
   // item this call created is removed again, while an item it removed under
   // UnlinkFirst stays removed.
-  virtual VNFsStatus copyItem(VNAtPath source, VNAtPath destination, VNCopyOptions options) = 0;
+  //
+  // `sourceStatus` is what the caller's own walk read of the source with
+  // NoFollow, if anything. A regular file there is opened for reading at
+  // once instead of being held first and opened again; should it have been
+  // replaced by another kind meanwhile, the item is copied as what it now is.
+  virtual VNFsStatus copyItem(VNAtPath source, VNAtPath destination, VNCopyOptions options,
+                              const struct stat* sourceStatus = nullptr) = 0;
 
   static std::shared_ptr<VNCopyItem> makeDefault();
 };

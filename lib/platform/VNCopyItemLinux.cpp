@@ -6,8 +6,9 @@ namespace {
 
 class LinuxCopyItem final : public VNCopyItem {
  public:
-  VNFsStatus copyItem(VNAtPath source, VNAtPath destination, VNCopyOptions options) override {
-    return copier_.copy(source, destination, options, VNItemCopier::Data::AnyMethod);
+  VNFsStatus copyItem(VNAtPath source, VNAtPath destination, VNCopyOptions options,
+                      const struct stat* sourceStatus) override {
+    return copier_.copy(source, destination, options, VNItemCopier::Data::AnyMethod, sourceStatus);
   }
 
  private:

@@ -9,7 +9,9 @@ class VNItemCopier {
  public:
   enum class Data { AnyMethod, CloneOnly };
 
-  VNFsStatus copy(VNAtPath source, VNAtPath destination, VNCopyOptions options, Data data);
+  // `sourceStatus` as VNCopyItem::copyItem takes it; may be null.
+  VNFsStatus copy(VNAtPath source, VNAtPath destination, VNCopyOptions options, Data data,
+                  const struct stat* sourceStatus = nullptr);
 
  private:
   VNContentMethodMemory methods_;

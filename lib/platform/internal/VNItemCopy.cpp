@@ -44,19 +44,35 @@ VNCreatedItem::~VNCreatedItem() {
   if (created_) ::unlinkat(item_.dirfd, item_.path, directory_ ? AT_REMOVEDIR : 0);
 }
 
-VNFsStatus VNItemCopier::copy(VNAtPath source, VNAtPath destination, VNCopyOptions options, Data data) {
-  return VNItemCopy(source, destination, options).run(data, &methods_);
+VNFsStatus VNItemCopier::copy(VNAtPath source, VNAtPath destination, VNCopyOptions options, Data data,
+                              const struct stat* sourceStatus) {
+  return VNItemCopy(source, destination, options).run(data, &methods_, sourceStatus);
 }
 
-VNFsStatus VNItemCopy::run(VNItemCopier::Data data, VNContentMethodMemory* methods) {
-  VNFsStatus status = openSource();
+VNFsStatus VNItemCopy::run(VNItemCopier::Data data, VNContentMethodMemory* methods,
+                           const struct stat* sourceStatus) {
+  VNFsStatus status = openSource(sourceStatus);
   if (status.ok()) status = has(VNCopyOption::Data) ? create(data, methods) : openDestination();
   if (status.ok()) status = carryMetadata();
   if (status.ok()) created_.dismiss();
   return status;
 }
 
-VNFsStatus VNItemCopy::openSource() {
+// A source the caller saw as a regular file is opened to read at once (not
+// following a link, and without blocking should it have become a FIFO); one
+// that is something else by now is held like any other item.
+bool VNItemCopy::openKnownFile(const struct stat* sourceStatus) {
+  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  if (!sourceStatus || !S_ISREG(sourceStatus->st_mode) || !has(VNCopyOption::NoFollow)) return false;
+  VNUniqueFd fd(::openat(source_.dirfd, source_.path, kFlags));
+  if (!fd || from_.hold(std::move(fd), /*isPathOnly=*/false) != 0) return false;
+  if (S_ISREG(from_.st.st_mode)) return true;
+  from_.fd.reset();
+  return false;
+}
+
+VNFsStatus VNItemCopy::openSource(const struct stat* sourceStatus) {
+  if (openKnownFile(sourceStatus)) return {};
   VNUniqueFd fd;
   if (int code = VNOpenItem(source_, !has(VNCopyOption::NoFollow), &fd)) return fail(code, "open", source_);
   if (int code = from_.hold(std::move(fd), /*isPathOnly=*/true)) return fail(code, "read status of", source_);
@@ -158,10 +174,12 @@ VNFsStatus VNItemCopy::openCreatedDirectory() {
 // The new file gets the source's permission bits (less the umask) at once,
 // which usually spares a chmod; set-id bits come with the stat fields.
 VNFsStatus VNItemCopy::createFile(VNItemCopier::Data data, VNContentMethodMemory* methods) {
-  VNUniqueFd input;
-  if (int code = VNReopenItem(from_.fd.get(), O_RDONLY, &input)) return fail(code, "open", source_);
-  from_.fd = std::move(input);
-  from_.pathOnly = false;
+  if (from_.pathOnly) {
+    VNUniqueFd input;
+    if (int code = VNReopenItem(from_.fd.get(), O_RDONLY, &input)) return fail(code, "open", source_);
+    from_.fd = std::move(input);
+    from_.pathOnly = false;
+  }
 
   const mode_t mode = from_.st.st_mode & 0777;
   int fd = ::openat(destination_.dirfd, destination_.path, kNewFileFlags, mode);

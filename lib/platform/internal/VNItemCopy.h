@@ -51,7 +51,7 @@ class VNItemCopy {
   VNItemCopy(VNAtPath source, VNAtPath destination, VNCopyOptions options)
       : source_(source), destination_(destination), options_(options), created_(destination) {}
 
-  VNFsStatus run(VNItemCopier::Data data, VNContentMethodMemory* methods);
+  VNFsStatus run(VNItemCopier::Data data, VNContentMethodMemory* methods, const struct stat* sourceStatus);
 
  private:
   VNFsStatus fail(int code, std::string step, VNAtPath item) const {
@@ -60,7 +60,8 @@ class VNItemCopy {
   bool has(VNCopyOption option) const { return VNHasOption(options_, option); }
 
   // Laying down.
-  VNFsStatus openSource();
+  VNFsStatus openSource(const struct stat* sourceStatus);
+  bool openKnownFile(const struct stat* sourceStatus);
   VNFsStatus openDestination();
   VNFsStatus holdDestination(VNUniqueFd fd, bool pathOnly);
   VNFsStatus create(VNItemCopier::Data data, VNContentMethodMemory* methods);

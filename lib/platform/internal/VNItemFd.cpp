@@ -81,27 +81,26 @@ ssize_t readValue(VNHeldFd item, const char* name, void* buffer, size_t size) {
 }  // namespace
 
 int VNListXattrs(VNHeldFd item, std::vector<std::string>* names) {
-  // Most items have few attributes: one call into a buffer of a good size,
+  // Most items have few attributes: one call into a buffer on the stack,
   // asking for the exact size only when it is too small.
-  std::string buffer(4096, '\0');
-  for (;;) {
-    ssize_t size = listNames(item, buffer.data(), buffer.size());
-    if (size >= 0) {
-      buffer.resize(static_cast<size_t>(size));
-      break;
-    }
+  char small[1024];
+  std::string large;
+  const char* list = small;
+  ssize_t size = listNames(item, small, sizeof small);
+  while (size < 0) {
     if (errno == ENOTSUP) return names->clear(), 0;
     if (errno != ERANGE) return errno;
     size = listNames(item, nullptr, 0);
     if (size < 0) return errno;
-    buffer.resize(static_cast<size_t>(size) + 1);  // +1: the list may grow meanwhile
+    large.resize(static_cast<size_t>(size) + 1);  // +1: the list may grow meanwhile
+    list = large.data();
+    size = listNames(item, large.data(), large.size());
   }
   names->clear();
-  for (size_t start = 0; start < buffer.size();) {
-    size_t end = buffer.find('\0', start);
-    if (end == std::string::npos) end = buffer.size();
-    if (end > start) names->emplace_back(buffer, start, end - start);
-    start = end + 1;
+  for (const char* name = list; name < list + size;) {
+    size_t length = ::strnlen(name, static_cast<size_t>(list + size - name));
+    if (length) names->emplace_back(name, length);
+    name += length + 1;
   }
   return 0;
 }
