@@ -38,6 +38,7 @@ using UniqueDir = std::unique_ptr<DIR, DirCloser>;
 struct Batch {
   struct Entry {
     size_t nameOffset;
+    bool regular;  // the folder listed it as a regular file
     VNStorageValues values;
   };
 
@@ -57,7 +58,7 @@ struct Batch {
       if (begin >= entries.size()) return;
       size_t end = std::min(begin + kChunk, entries.size());
       for (size_t i = begin; i < end; ++i)
-        entries[i].values = VNStorageProbe::read(dirFd, name(entries[i]), canClone);
+        entries[i].values = VNStorageProbe::read(dirFd, name(entries[i]), canClone, entries[i].regular);
     }
   }
 };
@@ -216,7 +217,7 @@ class Walk {
       if (!entry) break;
       const char* name = entry->d_name;
       if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
-      batch_.entries.push_back({batch_.names.size(), {}});
+      batch_.entries.push_back({batch_.names.size(), entry->d_type == DT_REG, {}});
       batch_.names.append(name).push_back('\0');
     }
     return errno == 0 || onError_(VNError::posix(errno, path_, "read folder"));

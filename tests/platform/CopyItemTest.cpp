@@ -405,4 +405,41 @@ TEST(CopyItem, MetadataLandsOnALockedDestination) {
   EXPECT_EQ(word, VNFileFlag::Restricted);
 }
 
+// The caller's walk saw a regular file that has become a FIFO since: the
+// copy neither blocks opening it nor reads it, but lays down a FIFO; with
+// the status of a file that is there, it is copied from the one open.
+TEST(CopyItem, StaleStatusOfTheSourceIsNotTrusted) {
+  VNTestDir dir;
+  std::string fifo = dir / "fifo", file = dir / "file";
+  VNWriteTestFile(file, "contents", 0640);
+  struct stat seen = LstatOf(file);
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  auto copier = VNCopyItem::makeDefault();
+
+  ASSERT_THAT(copier->copyItem(fifo, dir / "fifo.copy", VNCopyOptionSet::Full, &seen), Succeeds());
+  EXPECT_TRUE(S_ISFIFO(LstatOf(dir / "fifo.copy").st_mode));
+  ASSERT_THAT(copier->copyItem(file, dir / "file.copy", VNCopyOptionSet::Full, &seen), Succeeds());
+  EXPECT_EQ(VNReadTestFile(dir / "file.copy"), "contents");
+  EXPECT_THAT(dir / "file.copy", HasMode(0640));
+}
+
+// XFS gives a new file the no-dump flag of its folder. The copy must not
+// take the new file's flags for granted: it ends with the source's word.
+TEST(CopyItem, FlagsInheritedFromTheDestinationFolderAreCleared) {
+  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::XFS, kImageBytes);
+  auto flags = VNFileFlags::makeDefault();
+  std::string source = *image / "source", folder = *image / "nodump";
+  VNWriteTestFile(source, "x", 0644);
+  ASSERT_EQ(::mkdir(folder.c_str(), 0755), 0);
+  ASSERT_THAT(flags->setFlags(folder, VNFileFlag::NoDump), Succeeds());
+  VNWriteTestFile(folder + "/probe", "", 0644);
+  std::uint32_t word = 0;
+  ASSERT_THAT(flags->getFlags(folder + "/probe", &word), Succeeds());
+  if (word != VNFileFlag::NoDump) GTEST_SKIP() << "this kernel's XFS does not pass no-dump on to new files";
+
+  ASSERT_THAT(VNCopyItem::makeDefault()->copyItem(source, folder + "/copy", VNCopyOptionSet::Full), Succeeds());
+  ASSERT_THAT(flags->getFlags(folder + "/copy", &word), Succeeds());
+  EXPECT_EQ(word, 0u);
+}
+
 }  // namespace

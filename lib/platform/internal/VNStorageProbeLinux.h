@@ -13,8 +13,9 @@ bool fileSystemCanClone(int fd);
 
 // The values of `name` in the folder `dirFd`: one statx, never following a
 // link, plus the extents of a regular file with blocks when `canClone`.
+// `listedRegular` tells that the folder's listing gave it as a regular file.
 // Unknown values when statx fails.
-VNStorageValues read(int dirFd, const char* name, bool canClone);
+VNStorageValues read(int dirFd, const char* name, bool canClone, bool listedRegular);
 
 // The values of the item at `path`, asking the file system whether it can
 // clone. Unknown values when statx fails, with its errno in `*failure`.
