@@ -184,6 +184,13 @@ class VN_EXPORT VNUDataTemplateCopier {
  private:
   explicit VNUDataTemplateCopier(VNFileURL systemURL) : systemURL_(std::move(systemURL)) {}
 
+  // The two halves of _writeDataTemplateReceiptBOMToURL: the uncommitted
+  // receipt BOM with symlinked entries replaced (null on failure), and its
+  // commit to `bomURL`.
+  BomStore* prepareReceiptBOM(const VNFileURL& bomURL);
+  // Takes `store` (may be null) and frees it.
+  bool commitReceiptBOM(BomStore* store, const VNFileURL& bomURL, VNError* error);
+
   const VNFileURL systemURL_;
   VNSharedSlot<LogHandler> logHandler_;
   VNSharedSlot<ProgressHandler> progressHandler_;

@@ -3,6 +3,9 @@
 // writes both receipt files.
 #include <sys/stat.h>
 
+#include <future>
+#include <utility>
+
 #include "datatemplate/VNBomStore.h"
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "datatemplate/internal/VNDataTemplateLocations.h"
@@ -14,7 +17,7 @@ BomStore* VNUDataTemplateCopier::_openDataTemplateBOMForWritingToPath(const char
   return bom_new_from_directory(path, dataTemplateURL().path().c_str(), BomOptionStat | BomOptionChecksums);
 }
 
-bool VNUDataTemplateCopier::_writeDataTemplateReceiptBOMToURL(const VNFileURL& bomURL, VNError* error) {
+BomStore* VNUDataTemplateCopier::prepareReceiptBOM(const VNFileURL& bomURL) {
   VNBomStorePtr store(_openDataTemplateBOMForWritingToPath(bomURL.path().c_str()));
   _enumerateDataTemplateBOM(store.get(), [](BomStore* walked, BomEntry* entry, bool symlinked) {
     if (!symlinked) return;
@@ -22,6 +25,11 @@ bool VNUDataTemplateCopier::_writeDataTemplateReceiptBOMToURL(const VNFileURL& b
       bom_remove_entry(walked, stored.get());
     bom_insert_entry(walked, entry, BomInsertReplaceExisting);
   });
+  return store.release();
+}
+
+bool VNUDataTemplateCopier::commitReceiptBOM(BomStore* prepared, const VNFileURL& bomURL, VNError* error) {
+  VNBomStorePtr store(prepared);
   if (bom_commit(store.get()) != 0) {
     VNSetError(error, VNError(VNUDataTemplateErrorDomain, VNUDataTemplateErrorReceiptBOM));
     log("failed to write receipt BOM to %s", bomURL.path());
@@ -33,6 +41,10 @@ bool VNUDataTemplateCopier::_writeDataTemplateReceiptBOMToURL(const VNFileURL& b
   store.reset();
   log("wrote receipt BOM to %s", bomURL.path());
   return true;
+}
+
+bool VNUDataTemplateCopier::_writeDataTemplateReceiptBOMToURL(const VNFileURL& bomURL, VNError* error) {
+  return commitReceiptBOM(prepareReceiptBOM(bomURL), bomURL, error);
 }
 
 bool VNUDataTemplateCopier::_writeDataTemplateReceiptIfNeededToURL(const VNFileURL& targetURL,
@@ -47,6 +59,21 @@ bool VNUDataTemplateCopier::_writeDataTemplateReceiptIfNeededToURL(const VNFileU
     log("skipping data template receipts, directory not present: %s", folder.path());
     return true;
   }
-  if (!_writeDataTemplateReceiptPlistToURL(plistURL, error)) return false;
-  return _writeDataTemplateReceiptBOMToURL(bomURL, error);
+  // Syncing the property list waits for the file system's journal, which
+  // holds the whole copy by now; the BOM is built meanwhile (on a second
+  // thread where one can be had) and committed only once the property list
+  // is in place.
+  auto plist = std::async(std::launch::async | std::launch::deferred, [this, plistURL] {
+    VNError plistError;
+    bool written = _writeDataTemplateReceiptPlistToURL(plistURL, &plistError);
+    return std::make_pair(written, std::move(plistError));
+  });
+  BomStore* bom = prepareReceiptBOM(bomURL);
+  auto [written, plistError] = plist.get();
+  if (!written) {
+    VNBomStorePtr discarded(bom);
+    VNSetError(error, std::move(plistError));
+    return false;
+  }
+  return commitReceiptBOM(bom, bomURL, error);
 }
