@@ -111,31 +111,29 @@ VNFsStatus VNItemCopy::create(VNItemCopier::Data data, VNContentMethodMemory* me
 
 // Creating the item is tried first: the destination is usually new, and an
 // item in the way is removed only when the creation finds one.
-VNFsStatus VNItemCopy::createLink() {
-  std::string target;
-  if (VNFsStatus status = readLinkTarget(from_.fd.get(), source_, &target); !status.ok()) return status;
-  auto make = [&] { return ::symlinkat(target.c_str(), destination_.dirfd, destination_.path) == 0; };
+VNFsStatus VNItemCopy::createItem(const std::function<bool()>& make, const char* step) {
   bool made = make();
   if (!made && errno == EEXIST && has(VNCopyOption::UnlinkFirst)) {
     if (VNFsStatus status = removeExisting(); !status.ok()) return status;
     made = make();
   }
-  if (!made) return fail(errno, "create symbolic link", destination_);
+  if (!made) return fail(errno, step, destination_);
   created_.created(/*directory=*/false);
   return openDestination();
 }
 
+VNFsStatus VNItemCopy::createLink() {
+  std::string target;
+  if (VNFsStatus status = readLinkTarget(from_.fd.get(), source_, &target); !status.ok()) return status;
+  return createItem([&] { return ::symlinkat(target.c_str(), destination_.dirfd, destination_.path) == 0; },
+                    "create symbolic link");
+}
+
 VNFsStatus VNItemCopy::createSpecial() {
   const mode_t kind = from_.st.st_mode & S_IFMT;
-  auto make = [&] { return ::mknodat(destination_.dirfd, destination_.path, kind | 0600, from_.st.st_rdev) == 0; };
-  bool made = make();
-  if (!made && errno == EEXIST && has(VNCopyOption::UnlinkFirst)) {
-    if (VNFsStatus status = removeExisting(); !status.ok()) return status;
-    made = make();
-  }
-  if (!made) return fail(errno, "create special file", destination_);
-  created_.created(/*directory=*/false);
-  return openDestination();
+  return createItem(
+      [&] { return ::mknodat(destination_.dirfd, destination_.path, kind | 0600, from_.st.st_rdev) == 0; },
+      "create special file");
 }
 
 // An existing directory stays; under unlink-first anything else in the way

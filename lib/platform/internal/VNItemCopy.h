@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -65,6 +66,7 @@ class VNItemCopy {
   VNFsStatus openDestination();
   VNFsStatus holdDestination(VNUniqueFd fd, bool pathOnly);
   VNFsStatus create(VNItemCopier::Data data, VNContentMethodMemory* methods);
+  VNFsStatus createItem(const std::function<bool()>& make, const char* step);
   VNFsStatus createLink();
   VNFsStatus createSpecial();
   VNFsStatus createDirectory();
