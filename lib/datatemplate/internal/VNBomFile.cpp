@@ -1,7 +1,6 @@
 #include "datatemplate/internal/VNBomFile.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 
 #include "datatemplate/internal/VNBomDatabase.h"
 #include "foundation/VNError.h"
+#include "foundation/VNFileIO.h"
 #include "foundation/VNUniqueFd.h"
 
 namespace {
@@ -40,12 +40,6 @@ bool usesRollbackJournal(const unsigned char* header) { return header[18] == 1 &
 bool fail(VNError* error, VNError failure) {
   VNSetError(error, std::move(failure));
   return false;
-}
-
-std::string folderOf(const std::string& path) {
-  auto slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 }  // namespace
@@ -91,23 +85,17 @@ VNBomTempFile::~VNBomTempFile() {
 }
 
 bool VNBomTempFile::create(const std::string& bomPath, VNError* error) {
-  std::string temp = bomPath + ".XXXXXX";
-  VNUniqueFd fd(::mkostemp(temp.data(), O_CLOEXEC));
-  if (!fd) return fail(error, VNError::posix(errno, bomPath, "create a temporary file beside"));
-  path_ = std::move(temp);
+  VNUniqueFd fd(VNCreateFileBeside(bomPath, 0644, &path_, error));
+  if (!fd) return false;
   struct stat st {};
-  if (::fchmod(fd.get(), 0644) != 0 || ::fstat(fd.get(), &st) != 0)
-    return fail(error, VNError::posix(errno, bomPath, "set mode of a temporary file beside"));
+  if (::fstat(fd.get(), &st) != 0) return fail(error, VNError::posix(errno, bomPath, "stat"));
   device_ = st.st_dev;
   inode_ = st.st_ino;
   return true;
 }
 
 bool VNBomTempFile::renameOver(const std::string& bomPath, VNError* error) {
-  if (::rename(path_.c_str(), bomPath.c_str()) != 0)
-    return fail(error, VNError::posix(errno, bomPath, "rename into place"));
+  if (!VNRenameIntoPlace(path_, bomPath, error)) return false;
   path_.clear();
-  VNUniqueFd folder(::open(folderOf(bomPath).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (folder) ::fsync(folder.get());  // durability of the rename; the file is already complete
   return true;
 }
