@@ -116,9 +116,8 @@ std::shared_ptr<VNBomDatabase> VNBomDatabase::copyFor(const std::string& path,
   if (!bom) return nullptr;
   sqlite3_backup* backup = sqlite3_backup_init(bom->handle(), "main", source.handle(), "main");
   int rc = backup ? sqlite3_backup_step(backup, -1) : SQLITE_ERROR;
-  bool copied = rc == SQLITE_DONE && sqlite3_backup_finish(backup) == SQLITE_OK;
-  if (!copied && backup) sqlite3_backup_finish(backup);
-  if (!copied) {
+  // Finishing accepts null and reports what went wrong during the steps.
+  if (sqlite3_backup_finish(backup) != SQLITE_OK || rc != SQLITE_DONE) {
     VNSetError(error, sqliteFailure(bom->handle(), path, "copy bill of materials"));
     return nullptr;
   }

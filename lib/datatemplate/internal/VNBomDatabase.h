@@ -16,6 +16,7 @@ class VNError;
 // Marks in the SQLite header of every BOM file ("VNBM" and layout version).
 inline constexpr uint32_t kVNBomApplicationId = 0x564E424D;
 inline constexpr uint32_t kVNBomSchemaVersion = 1;
+
 // One BOM as an SQLite database on disk, read through SQLite's page cache of
 // bounded size, so memory does not grow with the BOM. Read-only when it came
 // from a file; writable when created, in a temporary file beside the BOM's
