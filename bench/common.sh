@@ -5,10 +5,14 @@
 # bench_measure NAME CMD  runs CMD $runs times onto a fresh $work/mnt/target
 #                         (after bench_prepare_target, when defined) and
 #                         prints wall time, items per second ($count) and
-#                         peak RSS of each run
+#                         peak RSS of each run; bench_peak_kib is the
+#                         highest peak RSS of those runs
+#
+# $VARNEL names another varnel binary (default: build/tools/varnel/varnel),
+# for example a copy of an earlier build to compare with.
 
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-varnel="$top/build/tools/varnel/varnel"
+varnel="${VARNEL:-$top/build/tools/varnel/varnel}"
 [ -x "$varnel" ] || { echo "$(basename "$0"): build first (scripts/build)" >&2; exit 2; }
 
 bench_mount_xfs() {
@@ -23,6 +27,7 @@ bench_mount_xfs() {
 bench_measure() {
   local name=$1 run seconds kilobytes
   shift
+  bench_peak_kib=0
   for run in $(seq 1 "$runs"); do
     rm -rf "$work/mnt/target"
     mkdir "$work/mnt/target"
@@ -33,5 +38,6 @@ bench_measure() {
     read -r seconds kilobytes <"$work/time"
     printf '%-22s run %d: %7.2f s  %9.0f items/s  peak RSS %6d KiB\n' "$name" "$run" "$seconds" \
       "$(echo "$count / $seconds" | bc -l)" "$kilobytes"
+    if [ "$kilobytes" -gt "$bench_peak_kib" ]; then bench_peak_kib=$kilobytes; fi
   done
 }

@@ -53,13 +53,17 @@ BomEntry* bom_enumerator_next(BomEnumerator* walk) {
   if (!walk) return nullptr;
   if ((walk->mustSeek || walk->generation != walk->db->generation()) && !seek(*walk))
     return nullptr;
-  if (sqlite3_step(walk->walk.get()) != SQLITE_ROW) {
+  std::string key;
+  std::unique_ptr<BomEntry> entry;
+  if (sqlite3_step(walk->walk.get()) == SQLITE_ROW)
+    entry = VNBomDatabase::entryFromRow(walk->walk.get(), &key);
+  // A row out of order can come only from a file changed while open; ending
+  // the walk there keeps it finite.
+  if (!entry || key < walk->resumeFrom) {
     // Stepping a finished statement would start it over: seek next time.
     walk->mustSeek = true;
     return nullptr;
   }
-  std::string key;
-  std::unique_ptr<BomEntry> entry = VNBomDatabase::entryFromRow(walk->walk.get(), &key);
   walk->lastWasDirectory = entry->type == BomEntryTypeDirectory;
   walk->resumeFrom = VNBomKeyOfFirstDescendant(key);
   walk->lastKey = std::move(key);

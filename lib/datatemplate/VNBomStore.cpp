@@ -12,7 +12,6 @@
 #include "datatemplate/internal/VNBomScanner.h"
 #include "datatemplate/internal/VNBomStoreData.h"
 #include "foundation/VNError.h"
-#include "foundation/VNFileIO.h"
 #include "foundation/VNUniqueFd.h"
 
 namespace {
@@ -31,23 +30,22 @@ BomStore* VNBomOpen(const char* path, VNError* error) {
 BomStore* VNBomNewFromDirectory(const char* bomPath, const char* rootPath, uint16_t options,
                                 VNError* error) {
   if (!bomPath || !rootPath) return VNSetError(error, VNError::posix(EINVAL, {}, "scan")), nullptr;
-  return makeStore(VNBomScanTree(rootPath, options, error), bomPath);
+  return makeStore(VNBomScanTree(bomPath, rootPath, options, error), bomPath);
+}
+
+BomStore* VNBomNewFromBom(const char* bomPath, BomStore* source, VNError* error) {
+  if (!bomPath || !source) return VNSetError(error, VNError::posix(EINVAL, {}, "copy")), nullptr;
+  return makeStore(VNBomDatabase::copyFor(bomPath, *source->db, error), bomPath);
 }
 
 bool VNBomCommit(BomStore* store, VNError* error) {
   if (!store) return VNSetError(error, VNError::posix(EINVAL, {}, "commit")), false;
   if (store->db->readOnly()) {
-    VNValue::Dictionary info;
-    info[VNLocalizedDescriptionKey] = VNValue("'" + store->path + "' was opened read-only");
-    info[VNFilePathErrorKey] = VNValue(store->path);
-    VNSetError(error, VNError(VNBomErrorDomain, VNBomErrorReadOnly, std::move(info)));
+    const char* reason = store->db->committed() ? "was committed already" : "was opened read-only";
+    VNSetError(error, VNBomFileError(VNBomErrorReadOnly, store->path, reason));
     return false;
   }
-  uint64_t size = 0;
-  VNSqliteBuffer image = store->db->serialize(&size, error);
-  if (!image) return false;
-  std::string_view bytes(reinterpret_cast<const char*>(image.get()), size);
-  return VNWriteFileAtomically(store->path, bytes, 0644, error);
+  return store->db->commit(store->path, error);
 }
 
 BomStore* bom_open(const char* path) { return VNBomOpen(path, nullptr); }
@@ -57,8 +55,7 @@ BomStore* bom_new_from_directory(const char* bomPath, const char* rootPath, uint
 }
 
 BomStore* bom_new_from_bom(const char* bomPath, BomStore* source) {
-  if (!bomPath || !source) return nullptr;
-  return makeStore(VNBomDatabase::copyOf(*source->db, nullptr), bomPath);
+  return VNBomNewFromBom(bomPath, source, nullptr);
 }
 
 int bom_commit(BomStore* store) { return VNBomCommit(store, nullptr) ? 0 : 1; }

@@ -54,9 +54,13 @@ enum { BomHardlinkPathBufferSize = 1024 };
 
 // ---- Store -----------------------------------------------------------------
 
-// Opens the BOM file at `path` read-only; the file is read once, never
-// written, and no side files are created. Null when the file is missing,
-// unreadable, not a BOM of ours, of another layout version, or damaged.
+// Opens the BOM file at `path` read-only. The file is read through SQLite's
+// page cache, whose size is fixed whatever the BOM's, never written, and no
+// side files are created; the store keeps it open and share-locked until
+// bom_free. Null when the file is missing, unreadable, not a BOM of ours, of
+// another layout version, or damaged. Should the file be rewritten in place
+// while open anyway, lookups find nothing and walks end where they meet it.
+// A file renamed over `path` meanwhile does not affect the store.
 VN_EXPORT BomStore* bom_open(const char* path);
 
 // A new store for the BOM file `bomPath`, listing the tree rooted at
@@ -66,22 +70,31 @@ VN_EXPORT BomStore* bom_open(const char* path);
 // routine of bom_crc32_for_file); with BomOptionStat owner, group and
 // modification time are recorded. Every name of a file with several names in
 // the tree carries the same hard-link group. Nothing is written to `bomPath`
-// before bom_commit. Null when the tree cannot be read completely.
+// before bom_commit: a created store lives in a temporary file beside
+// `bomPath` (same folder, name `bomPath` plus a dot and six characters),
+// which the walk of the tree leaves out. Null when the tree cannot be read
+// completely or the folder of `bomPath` cannot take the temporary file.
 VN_EXPORT BomStore* bom_new_from_directory(const char* bomPath, const char* rootPath,
                                            uint16_t options);
 
 // A new store for the BOM file `bomPath` whose entries are copies of those
-// of `source`, which stays open and unchanged. Null on failure.
+// of `source`, which stays open and unchanged. Like a store of
+// bom_new_from_directory, it lives in a temporary file beside `bomPath`. Null
+// on failure.
 VN_EXPORT BomStore* bom_new_from_bom(const char* bomPath, BomStore* source);
 
-// Writes a created store to its BOM file as a whole: a reader sees either
-// the earlier file or the complete new one, and a failed commit leaves any
-// earlier file intact. 0 on success; non-zero for a null handle, a store
-// opened with bom_open, or a failed write.
+// Writes a created store to its BOM file as a whole: its temporary file is
+// synced and renamed over the BOM file, so a reader sees either the earlier
+// file or the complete new one, and a failed commit leaves any earlier file
+// intact. The mode of the file is 0644. Afterwards the store reads the
+// committed file and is read-only, as if opened with bom_open. 0 on success;
+// non-zero for a null handle, a read-only store, a store any of whose edits
+// failed to be written, or a failed sync or rename.
 VN_EXPORT int bom_commit(BomStore* store);
 
 // Releases a store; null is accepted. Enumerators of the store stay usable
-// until they are released themselves.
+// until they are released themselves. The temporary file of a store never
+// committed is removed when the last of them goes.
 VN_EXPORT void bom_free(BomStore* store);
 
 // The root entry (path "."), as an owned copy; null when the store has none.
@@ -202,6 +215,7 @@ using VNBomEnumeratorPtr = std::unique_ptr<BomEnumerator, VNBomEnumeratorFree>;
 VN_EXPORT BomStore* VNBomOpen(const char* path, VNError* error);
 VN_EXPORT BomStore* VNBomNewFromDirectory(const char* bomPath, const char* rootPath,
                                           uint16_t options, VNError* error);
+VN_EXPORT BomStore* VNBomNewFromBom(const char* bomPath, BomStore* source, VNError* error);
 VN_EXPORT bool VNBomCommit(BomStore* store, VNError* error);
 
 // Domain of errors about a BOM file's contents, and its codes.
@@ -210,6 +224,6 @@ enum VNBomErrorCode {
   VNBomErrorNotABom = 1,            // not an SQLite database, or not one of ours
   VNBomErrorUnsupportedVersion = 2,  // ours, of another layout version
   VNBomErrorDamaged = 3,            // ours, but fails its integrity check
-  VNBomErrorReadOnly = 4,           // commit of a store opened with bom_open
+  VNBomErrorReadOnly = 4,           // commit of a store opened with bom_open or committed
 };
 #endif

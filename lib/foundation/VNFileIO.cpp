@@ -61,21 +61,39 @@ std::optional<std::string> VNReadFile(const std::string& path, size_t maxBytes, 
   return out;
 }
 
-bool VNWriteFileAtomically(const std::string& path, std::string_view bytes, unsigned mode,
-                           VNError* error) {
+int VNCreateFileBeside(const std::string& path, unsigned mode, std::string* tempPath,
+                       VNError* error) {
   std::string temp = path + ".XXXXXX";
   VNUniqueFd fd(::mkostemp(temp.data(), O_CLOEXEC));
-  if (!fd) return fail(error, errno, path, "create a temporary file beside");
+  if (!fd) return fail(error, errno, path, "create a temporary file beside"), -1;
+  if (::fchmod(fd.get(), mode) != 0) {
+    int code = errno;
+    ::unlink(temp.c_str());
+    return fail(error, code, path, "set mode of a temporary file beside"), -1;
+  }
+  *tempPath = std::move(temp);
+  return fd.release();
+}
+
+bool VNRenameIntoPlace(const std::string& tempPath, const std::string& path, VNError* error) {
+  if (::rename(tempPath.c_str(), path.c_str()) != 0) return fail(error, errno, path, "rename into place");
+  VNUniqueFd dir(::open(parentOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (dir) ::fsync(dir.get());  // durability of the rename; the file is already complete
+  return true;
+}
+
+bool VNWriteFileAtomically(const std::string& path, std::string_view bytes, unsigned mode,
+                           VNError* error) {
+  std::string temp;
+  VNUniqueFd fd(VNCreateFileBeside(path, mode, &temp, error));
+  if (!fd) return false;
   auto discard = [&](int code, const char* step) {
     ::unlink(temp.c_str());
     return fail(error, code, path, step);
   };
-  if (::fchmod(fd.get(), mode) != 0) return discard(errno, "set mode of");
   if (!writeAll(fd.get(), bytes)) return discard(errno, "write");
   if (::fsync(fd.get()) != 0) return discard(errno, "sync");
   if (::close(fd.release()) != 0) return discard(errno, "close");
-  if (::rename(temp.c_str(), path.c_str()) != 0) return discard(errno, "rename into place");
-  VNUniqueFd dir(::open(parentOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (dir) ::fsync(dir.get());  // durability of the rename; the file is already complete
+  if (!VNRenameIntoPlace(temp, path, error)) return ::unlink(temp.c_str()), false;
   return true;
 }

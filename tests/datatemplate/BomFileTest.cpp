@@ -117,8 +117,35 @@ TEST_F(BomFile, CommitThenOpenGivesTheSameEntries) {
   EXPECT_EQ(walkPaths(opened.get()).size(), 44u);
   VNBomEntryPtr f3(bom_entry_at_path(opened.get(), "sub/f3"));
   EXPECT_EQ(bom_entry_size(f3.get()), 111u);
+  EXPECT_EQ(listing(dir_.path()).size(), 3u) << "the created store's temporary file";
+  created.reset();
   EXPECT_EQ(listing(dir_.path()), (std::set<std::string>{"sample.bom", "tree"}))
       << "no temporary or side files";
+}
+
+TEST_F(BomFile, CommittedFileHasItsModeAndTheStoreBecomesReadOnly) {
+  mode_t saved = ::umask(077);
+  std::string path = dir_ / "sample.bom";
+  VNBomStorePtr store(bom_new_from_directory(path.c_str(), (dir_ / "tree").c_str(), 0));
+  ::umask(saved);
+  ASSERT_TRUE(store);
+  ASSERT_EQ(bom_commit(store.get()), 0);
+  struct stat st {};
+  ASSERT_EQ(::stat(path.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0644u);
+
+  // The committed store still reads, takes no edits, and does not keep
+  // others from opening the file.
+  VNBomStorePtr reader(bom_open(path.c_str()));
+  ASSERT_TRUE(reader);
+  VNBomEntryPtr sub(bom_entry_at_path(store.get(), "sub"));
+  bom_remove_entry(store.get(), sub.get());
+  EXPECT_EQ(walkPaths(store.get()).size(), 44u);
+  VNError error;
+  EXPECT_FALSE(VNBomCommit(store.get(), &error));
+  EXPECT_EQ(error.code(), VNBomErrorReadOnly);
+  EXPECT_EQ(walkPaths(reader.get()).size(), 44u);
+  EXPECT_EQ(listing(dir_.path()), (std::set<std::string>{"sample.bom", "tree"}));
 }
 
 TEST_F(BomFile, CommitReplacesAnEarlierFileWhole) {
@@ -133,38 +160,44 @@ TEST_F(BomFile, CommitReplacesAnEarlierFileWhole) {
   EXPECT_EQ(walkPaths(store.get()).size(), 44u) << "an open store is not disturbed";
 }
 
-TEST_F(BomFile, FailedCommitLeavesTheEarlierFileIntact) {
+TEST_F(BomFile, FailedWritesOrCommitLeaveTheEarlierFileAndNoTemporaryFile) {
   std::string path = commitSample();
   std::string before = readBytes(path);
   VNBomStorePtr store(bom_open(path.c_str()));
   VNBomStorePtr bigger(bom_new_from_bom(path.c_str(), store.get()));
-  for (int i = 0; i < 200; ++i)
-    bom_insert_entry(bigger.get(),
-                     makeEntry(BomEntryTypeFile, ("new/" + std::to_string(i)).c_str(), 0).get(), 0);
+  ASSERT_TRUE(bigger);
 
-  // The file-size limit makes the write fail part-way.
+  // The file-size limit makes the edits' writes fail part-way; the store
+  // remembers and refuses to commit what may be half-written.
   struct rlimit saved {};
   ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &saved), 0);
   auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
   struct rlimit small = saved;
   small.rlim_cur = 4096;
   ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-  VNError error;
-  bool committed = VNBomCommit(bigger.get(), &error);
+  for (int i = 0; i < 200; ++i)
+    bom_insert_entry(bigger.get(),
+                     makeEntry(BomEntryTypeFile, ("new/" + std::to_string(i)).c_str(), 0).get(), 0);
   ::setrlimit(RLIMIT_FSIZE, &saved);
   std::signal(SIGXFSZ, oldHandler);
-
-  EXPECT_FALSE(committed);
+  VNError error;
+  EXPECT_FALSE(VNBomCommit(bigger.get(), &error));
   EXPECT_TRUE(error.isPOSIX(EFBIG)) << error.description();
+  EXPECT_EQ(error.filePath(), path);
   EXPECT_EQ(readBytes(path), before);
+  bigger.reset();
   EXPECT_EQ(listing(dir_.path()), (std::set<std::string>{"sample.bom", "tree"}));
 
-  VNBomStorePtr elsewhere(bom_new_from_bom((dir_ / "missing/x.bom").c_str(), store.get()));
-  EXPECT_NE(bom_commit(elsewhere.get()), 0);
+  VNBomStorePtr elsewhere(VNBomNewFromBom((dir_ / "missing/x.bom").c_str(), store.get(), &error));
+  EXPECT_FALSE(elsewhere) << "no folder for the temporary file";
+  EXPECT_TRUE(error.isPOSIX(ENOENT));
+  EXPECT_EQ(error.filePath(), dir_ / "missing/x.bom");
   fs::create_directory(dir_ / "taken.bom");
   VNBomStorePtr onDirectory(bom_new_from_bom((dir_ / "taken.bom").c_str(), store.get()));
   EXPECT_NE(bom_commit(onDirectory.get()), 0);
   EXPECT_TRUE(fs::is_directory(dir_ / "taken.bom"));
+  onDirectory.reset();
+  EXPECT_EQ(listing(dir_.path()), (std::set<std::string>{"sample.bom", "taken.bom", "tree"}));
 }
 
 TEST_F(BomFile, OpenNeverWrites) {
@@ -237,6 +270,59 @@ TEST_F(BomFile, RefusesOurMarksOverOtherDefinitionsOrBrokenRows) {
   std::string triggered = commitSample("trigger.bom");
   exec(triggered, "CREATE TRIGGER t AFTER INSERT ON entries BEGIN SELECT 1; END");
   EXPECT_EQ(openError(triggered).code(), VNBomErrorDamaged);
+}
+
+// A BOM larger than the store's page cache, so that reads after the open go
+// to the file.
+TEST_F(BomFile, FileReplacedOrRewrittenWhileOpenFailsCleanly) {
+  std::string path = dir_ / "large.bom";
+  VNBomStorePtr created(bom_new_from_directory(path.c_str(), (dir_ / "tree").c_str(), 0));
+  for (int i = 0; i < 1500; ++i) {
+    VNBomEntryPtr link = makeEntry(BomEntryTypeSymlink, ("links/" + std::to_string(i)).c_str(), 0);
+    bom_entry_set_symlink_target(link.get(), std::string(4000, 'a' + i % 26).c_str());
+    bom_insert_entry(created.get(), link.get(), BomInsertKeepExisting);
+  }
+  ASSERT_EQ(bom_commit(created.get()), 0);
+  created.reset();
+  std::string bytes = readBytes(path);
+  ASSERT_GT(bytes.size(), 4u << 20);
+
+  // Renamed over: the open store keeps reading the file it opened.
+  VNBomStorePtr replaced(bom_open(path.c_str()));
+  commitSample("other.bom");
+  ASSERT_EQ(::rename((dir_ / "other.bom").c_str(), path.c_str()), 0);
+  EXPECT_EQ(walkPaths(replaced.get()).size(), 1544u);
+  replaced.reset();
+  writeBytes(path, bytes);
+
+  // Cut short or overwritten in place: walks end early in order, lookups of
+  // lost entries fail, and a copy is refused.
+  for (size_t keep : {bytes.size() / 2, size_t{4096}}) {
+    for (bool truncate : {true, false}) {
+      VNBomStorePtr store(bom_open(path.c_str()));
+      ASSERT_TRUE(store);
+      if (truncate) {
+        ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(keep)), 0);
+      } else {
+        std::string scrambled = bytes;
+        for (size_t i = keep; i < scrambled.size(); i += 7) scrambled[i] = static_cast<char>(i);
+        writeBytes(path, scrambled);
+      }
+      std::string previous;
+      Paths walked = walkPaths(store.get());
+      for (const std::string& entryPath : walked) {
+        std::optional<std::string> key = VNBomKeyForPath(entryPath);
+        ASSERT_TRUE(key && *key > previous) << entryPath;
+        previous = *key;
+      }
+      EXPECT_LT(walked.size(), 1544u) << keep << (truncate ? " truncated" : " overwritten");
+      VNBomEntryPtr last(bom_entry_at_path(store.get(), "links/999"));
+      EXPECT_TRUE(!last || bom_entry_type(last.get()) == BomEntryTypeSymlink);
+      EXPECT_FALSE(VNBomStorePtr(bom_new_from_bom((dir_ / "copy.bom").c_str(), store.get())));
+      writeBytes(path, bytes);
+    }
+  }
+  EXPECT_EQ(listing(dir_.path()), (std::set<std::string>{"large.bom", "tree"}));
 }
 
 TEST_F(BomFile, TruncatedOrBitFlippedFilesNeverCrashAWalk) {

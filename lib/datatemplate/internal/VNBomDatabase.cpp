@@ -1,16 +1,10 @@
 #include "datatemplate/internal/VNBomDatabase.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
-#include <cstring>
 
 #include "datatemplate/internal/VNBomKey.h"
 #include "datatemplate/internal/VNBomSchema.h"
 #include "foundation/VNError.h"
-#include "foundation/VNUniqueFd.h"
 
 const char* const VNBomErrorDomain = "org.varnel.BomStore";
 
@@ -22,69 +16,54 @@ constexpr const char* kColumns =
 // Longest text or blob a BOM's connection handles; far above any valid row.
 constexpr int kMaxValueBytes = 1 << 20;
 
-VNError bomError(VNBomErrorCode code, const std::string& path, const std::string& reason) {
-  VNValue::Dictionary info;
-  info[VNLocalizedDescriptionKey] = VNValue("'" + path + "' " + reason);
-  info[VNFilePathErrorKey] = VNValue(path);
-  return VNError(VNBomErrorDomain, code, std::move(info));
+// Settings of every BOM connection: b-tree cells checked as pages are read,
+// SQLite's own page cache at 4 MiB whatever the BOM's size (no mapping of the
+// file, whose pages would count as ours), and the file locked once and kept
+// locked (shared for reading, exclusive once written), which spares the
+// checks SQLite makes at the start of every statement otherwise.
+constexpr const char* kConnectionPragmas =
+    "PRAGMA cell_size_check = ON; PRAGMA cache_size = -4096; PRAGMA mmap_size = 0; "
+    "PRAGMA locking_mode = EXCLUSIVE;";
+// A writable store's file is private until commit syncs and renames it, so
+// transactions need not be durable on their own; the rollback journal stays
+// in memory and holds only the pages one edit changes.
+constexpr const char* kWritablePragmas = "PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF;";
+
+// The reason of the last failure on `db` as an errno: that of the system
+// call on the database file that failed, else of any other, where there was
+// one.
+int sqliteErrno(sqlite3* db) {
+  int code = 0;
+  if (db) sqlite3_file_control(db, "main", SQLITE_FCNTL_LAST_ERRNO, &code);
+  if (code == 0 && db) code = sqlite3_system_errno(db);
+  if (code != 0) return code;
+  return db && sqlite3_errcode(db) != SQLITE_NOMEM ? EIO : ENOMEM;
 }
 
-uint32_t bigEndian32(const unsigned char* bytes) {
-  return uint32_t(bytes[0]) << 24 | uint32_t(bytes[1]) << 16 | uint32_t(bytes[2]) << 8 |
-         uint32_t(bytes[3]);
+VNError sqliteFailure(sqlite3* db, const std::string& path, const char* step) {
+  return VNError::posix(sqliteErrno(db), path, step);
 }
 
-// Whether the image is as long as its header says: page size times page
-// count. We always write both, so a file of another length was cut short or
-// padded.
-bool hasHeaderLength(const unsigned char* image, uint64_t size) {
-  uint32_t pageSize = uint32_t(image[16]) << 8 | image[17];
-  if (pageSize == 1) pageSize = 65536;
-  bool powerOfTwo = pageSize >= 512 && (pageSize & (pageSize - 1)) == 0;
-  return powerOfTwo && uint64_t(pageSize) * bigEndian32(image + 28) == size;
+// SQLite reads a name of the form "file:..." as a URI when URIs are enabled
+// process-wide; "./" keeps a relative path a plain name.
+std::string sqliteFileName(const std::string& path) {
+  return path.starts_with('/') ? path : "./" + path;
 }
 
-// Reads the regular file at `path` into memory SQLite owns. Opening with
-// O_NONBLOCK keeps a FIFO from blocking us before fstat shows what it is.
-VNSqliteBuffer readBomFile(const std::string& path, uint64_t* size, VNError* error) {
-  VNUniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-  if (!fd) return VNSetError(error, VNError::posix(errno, path, "open")), nullptr;
-  struct stat st {};
-  if (::fstat(fd.get(), &st) != 0)
-    return VNSetError(error, VNError::posix(errno, path, "stat")), nullptr;
-  if (S_ISDIR(st.st_mode)) return VNSetError(error, VNError::posix(EISDIR, path, "read")), nullptr;
-  if (!S_ISREG(st.st_mode))
-    return VNSetError(error, bomError(VNBomErrorNotABom, path, "is not a regular file")), nullptr;
-  if (static_cast<uint64_t>(st.st_size) > kVNBomMaxFileBytes)
-    return VNSetError(error, VNError::posix(EFBIG, path, "read")), nullptr;
-  uint64_t capacity = static_cast<uint64_t>(st.st_size);
-  VNSqliteBuffer buffer(static_cast<unsigned char*>(sqlite3_malloc64(capacity ? capacity : 1)));
-  if (!buffer) return VNSetError(error, VNError::posix(ENOMEM, path, "read")), nullptr;
-  uint64_t done = 0;
-  while (done < capacity) {
-    ssize_t n = ::read(fd.get(), buffer.get() + done, capacity - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return VNSetError(error, VNError::posix(errno, path, "read")), nullptr;
-    if (n == 0) break;
-    done += static_cast<uint64_t>(n);
-  }
-  *size = done;
-  return buffer;
-}
-
-// A connection that treats its database as untrusted input.
-VNSqliteDb openHardenedConnection() {
+// A connection to the file at `path` that treats it as untrusted input.
+VNSqliteDb openHardenedConnection(const std::string& path, bool writable, VNError* error) {
   sqlite3* raw = nullptr;
   // One thread uses a store at a time, so the connection needs no mutex.
-  int rc = sqlite3_open_v2(":memory:", &raw,
-                           SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+  int flags = (writable ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY) | SQLITE_OPEN_NOMUTEX;
+  int rc = sqlite3_open_v2(sqliteFileName(path).c_str(), &raw, flags, nullptr);
   VNSqliteDb db(raw);
-  if (rc != SQLITE_OK) return nullptr;
+  if (rc != SQLITE_OK) return VNSetError(error, sqliteFailure(raw, path, "open")), nullptr;
   sqlite3_db_config(db.get(), SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
   sqlite3_db_config(db.get(), SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
   sqlite3_limit(db.get(), SQLITE_LIMIT_LENGTH, kMaxValueBytes);
-  if (sqlite3_exec(db.get(), "PRAGMA cell_size_check = ON", nullptr, nullptr, nullptr) != SQLITE_OK)
-    return nullptr;
+  std::string pragmas = std::string(kConnectionPragmas) + (writable ? kWritablePragmas : "");
+  if (sqlite3_exec(db.get(), pragmas.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
+    return VNSetError(error, sqliteFailure(db.get(), path, "open")), nullptr;
   return db;
 }
 
@@ -97,59 +76,57 @@ VNSqliteStatement prepare(sqlite3* db, const std::string& sql) {
 }  // namespace
 
 std::shared_ptr<VNBomDatabase> VNBomDatabase::openFile(const std::string& path, VNError* error) {
-  uint64_t size = 0;
-  VNSqliteBuffer image = readBomFile(path, &size, error);
-  if (!image) return nullptr;
-  if (size < 100 || std::memcmp(image.get(), "SQLite format 3", 16) != 0 ||
-      bigEndian32(image.get() + 68) != kVNBomApplicationId) {
-    VNSetError(error, bomError(VNBomErrorNotABom, path, "is not a bill of materials"));
-    return nullptr;
-  }
-  if (bigEndian32(image.get() + 60) != kVNBomSchemaVersion) {
-    VNSetError(error, bomError(VNBomErrorUnsupportedVersion, path,
-                               "is a bill of materials of an unsupported layout version"));
-    return nullptr;
-  }
-  VNError damaged = bomError(VNBomErrorDamaged, path, "is a damaged bill of materials");
-  if (!hasHeaderLength(image.get(), size)) return VNSetError(error, damaged), nullptr;
-  VNSqliteDb db = openHardenedConnection();
-  if (!db) return VNSetError(error, VNError::posix(ENOMEM, path, "open")), nullptr;
-  // SQLite frees the image on close, and on failure right away.
-  int rc = sqlite3_deserialize(db.get(), "main", image.release(), static_cast<sqlite3_int64>(size),
-                               static_cast<sqlite3_int64>(size),
-                               SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_READONLY);
-  std::shared_ptr<VNBomDatabase> bom(new VNBomDatabase(std::move(db), /*readOnly=*/true));
-  if (rc != SQLITE_OK || !VNBomHasOurSchema(bom->handle()) || !VNBomRowsAreSound(bom->handle()) ||
+  if (!VNBomCheckFileHeader(path, error)) return nullptr;
+  VNSqliteDb db = openHardenedConnection(path, /*writable=*/false, error);
+  if (!db) return nullptr;
+  std::shared_ptr<VNBomDatabase> bom(new VNBomDatabase(std::move(db), /*readOnly=*/true, {}));
+  // The file may have been replaced since its header was checked; these
+  // checks read what SQLite opened.
+  if (!VNBomHasOurSchema(bom->handle()) || !VNBomRowsAreSound(bom->handle()) ||
       !bom->prepareStatements()) {
-    VNSetError(error, damaged);
+    VNSetError(error, VNBomFileError(VNBomErrorDamaged, path, "is a damaged bill of materials"));
     return nullptr;
   }
   return bom;
 }
 
-std::shared_ptr<VNBomDatabase> VNBomDatabase::createEmpty(VNError* error) {
-  VNSqliteDb db = openHardenedConnection();
-  std::shared_ptr<VNBomDatabase> bom(db ? new VNBomDatabase(std::move(db), /*readOnly=*/false)
-                                        : nullptr);
-  if (!bom || !VNBomInstallSchema(bom->handle()) || !bom->prepareStatements()) {
-    VNSetError(error, VNError::posix(ENOMEM, {}, "create bill of materials"));
+std::shared_ptr<VNBomDatabase> VNBomDatabase::openWritable(const std::string& path,
+                                                           VNError* error) {
+  VNBomTempFile temp;
+  if (!temp.create(path, error)) return nullptr;
+  VNSqliteDb db = openHardenedConnection(temp.path(), /*writable=*/true, error);
+  if (!db) return nullptr;
+  return std::shared_ptr<VNBomDatabase>(
+      new VNBomDatabase(std::move(db), /*readOnly=*/false, std::move(temp)));
+}
+
+std::shared_ptr<VNBomDatabase> VNBomDatabase::createFor(const std::string& path, VNError* error) {
+  std::shared_ptr<VNBomDatabase> bom = openWritable(path, error);
+  if (!bom) return nullptr;
+  if (!VNBomInstallSchema(bom->handle()) || !bom->prepareStatements()) {
+    VNSetError(error, sqliteFailure(bom->handle(), path, "create bill of materials"));
     return nullptr;
   }
   return bom;
 }
 
-std::shared_ptr<VNBomDatabase> VNBomDatabase::copyOf(VNBomDatabase& source, VNError* error) {
-  uint64_t size = 0;
-  VNSqliteBuffer image = source.serialize(&size, error);
-  if (!image) return nullptr;
-  VNSqliteDb db = openHardenedConnection();
-  if (!db) return VNSetError(error, VNError::posix(ENOMEM, {}, "copy bill of materials")), nullptr;
-  int rc = sqlite3_deserialize(db.get(), "main", image.release(), static_cast<sqlite3_int64>(size),
-                               static_cast<sqlite3_int64>(size),
-                               SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_RESIZEABLE);
-  std::shared_ptr<VNBomDatabase> bom(new VNBomDatabase(std::move(db), /*readOnly=*/false));
-  if (rc != SQLITE_OK || !bom->prepareStatements()) {
-    VNSetError(error, VNError::posix(ENOMEM, {}, "copy bill of materials"));
+std::shared_ptr<VNBomDatabase> VNBomDatabase::copyFor(const std::string& path,
+                                                      VNBomDatabase& source, VNError* error) {
+  std::shared_ptr<VNBomDatabase> bom = openWritable(path, error);
+  if (!bom) return nullptr;
+  sqlite3_backup* backup = sqlite3_backup_init(bom->handle(), "main", source.handle(), "main");
+  int rc = backup ? sqlite3_backup_step(backup, -1) : SQLITE_ERROR;
+  // Finishing accepts null and reports what went wrong during the steps.
+  if (sqlite3_backup_finish(backup) != SQLITE_OK || rc != SQLITE_DONE) {
+    VNSetError(error, sqliteFailure(bom->handle(), path, "copy bill of materials"));
+    return nullptr;
+  }
+  // The pages come as the source's file holds them now, which, for a file
+  // changed since it was opened, need not be what the open checked.
+  if (!VNBomHasOurSchema(bom->handle()) || !VNBomRowsAreSound(bom->handle()) ||
+      !bom->prepareStatements()) {
+    VNSetError(error, VNBomFileError(VNBomErrorDamaged, path,
+                                     "would be a copy of a damaged bill of materials"));
     return nullptr;
   }
   return bom;
@@ -178,6 +155,7 @@ VNSqliteStatement VNBomDatabase::prepareRange() const {
 
 bool VNBomDatabase::step(sqlite3_stmt* statement) {
   int rc = sqlite3_step(statement);
+  noteWriteResult(rc);
   sqlite3_reset(statement);
   sqlite3_clear_bindings(statement);
   return rc == SQLITE_DONE;
@@ -231,12 +209,29 @@ bool VNBomDatabase::begin() { return !readOnly_ && step(begin_.get()); }
 bool VNBomDatabase::commitTransaction() { return step(commit_.get()); }
 void VNBomDatabase::rollback() { step(rollback_.get()); }
 
+// A write that failed for any reason but the entry itself (a check it broke,
+// an over-long value) may have left the file half-written: the store is not
+// committed after it.
+void VNBomDatabase::noteWriteResult(int rc) {
+  if (rc == SQLITE_DONE || (rc & 0xFF) == SQLITE_CONSTRAINT || rc == SQLITE_TOOBIG || failedErrno_)
+    return;
+  failedErrno_ = sqliteErrno(db_.get());
+}
+
 std::unique_ptr<BomEntry> VNBomDatabase::entryFromRow(sqlite3_stmt* statement, std::string* key) {
-  auto entry = std::make_unique<BomEntry>();
+  // What callers rely on: a path from a well-formed key, a known type and
+  // texts of bounded length. The other fields are plain numbers.
   std::string_view rowKey = VNSqliteColumnBytes(statement, 0);
+  BomEntryType type = sqlite3_column_int(statement, 1);
+  std::string_view target = VNSqliteColumnBytes(statement, 9);
+  std::string_view group = VNSqliteColumnBytes(statement, 10);
+  if (!VNBomIsValidKey(rowKey) || !VNBomIsKnownType(type) ||
+      target.size() > kVNBomMaxLinkTargetBytes || group.size() > kVNBomMaxLinkGroupBytes)
+    return nullptr;
+  auto entry = std::make_unique<BomEntry>();
   entry->path = VNBomPathForKey(rowKey);
   entry->shortName = VNBomShortNameForKey(rowKey);
-  entry->type = sqlite3_column_int(statement, 1);
+  entry->type = type;
   entry->mode = static_cast<uint16_t>(sqlite3_column_int(statement, 2));
   entry->options = static_cast<uint16_t>(sqlite3_column_int(statement, 3));
   entry->size = static_cast<uint64_t>(sqlite3_column_int64(statement, 4));
@@ -244,19 +239,31 @@ std::unique_ptr<BomEntry> VNBomDatabase::entryFromRow(sqlite3_stmt* statement, s
   entry->uid = static_cast<uint32_t>(sqlite3_column_int64(statement, 6));
   entry->gid = static_cast<uint32_t>(sqlite3_column_int64(statement, 7));
   entry->mtime = sqlite3_column_int64(statement, 8);
-  entry->symlinkTarget = VNSqliteColumnBytes(statement, 9);
-  entry->hardlinkGroup = VNSqliteColumnBytes(statement, 10);
+  entry->symlinkTarget = target;
+  entry->hardlinkGroup = group;
   if (key) key->assign(rowKey);
   return entry;
 }
 
-VNSqliteBuffer VNBomDatabase::serialize(uint64_t* size, VNError* error) const {
-  sqlite3_int64 bytes = 0;
-  VNSqliteBuffer image(sqlite3_serialize(db_.get(), "main", &bytes, 0));
-  if (!image) {
-    VNSetError(error, VNError::posix(ENOMEM, {}, "serialize bill of materials"));
-    return nullptr;
-  }
-  *size = static_cast<uint64_t>(bytes);
-  return image;
+bool VNBomDatabase::syncFile() {
+  sqlite3_file* file = nullptr;
+  if (sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+      !file || !file->pMethods)
+    return false;
+  return file->pMethods->xSync(file, SQLITE_SYNC_FULL) == SQLITE_OK;
+}
+
+bool VNBomDatabase::commit(const std::string& path, VNError* error) {
+  if (failedErrno_) return VNSetError(error, VNError::posix(failedErrno_, path, "write")), false;
+  if (!syncFile())
+    return VNSetError(error, VNError::posix(errno ? errno : EIO, path, "sync")), false;
+  if (!temp_.renameOver(path, error)) return false;
+  readOnly_ = committed_ = true;
+  // The committed file is for everyone to read: give up the exclusive lock,
+  // which goes at the next access after the mode changes.
+  sqlite3_exec(db_.get(),
+               "PRAGMA query_only = ON; PRAGMA locking_mode = NORMAL; "
+               "SELECT count(*) FROM sqlite_schema",
+               nullptr, nullptr, nullptr);
+  return true;
 }

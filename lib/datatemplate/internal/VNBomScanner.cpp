@@ -88,16 +88,17 @@ BomEntry TreeScanner::entryOfStat(const struct stat& st) const {
 }
 
 bool TreeScanner::store(const std::string& key, const BomEntry& entry) {
-  return db_.insert(key, entry, /*replace=*/false) || fail(ENOMEM, key, "record");
+  return db_.insert(key, entry, /*replace=*/false) || fail(db_.writeErrno(), key, "record");
 }
 
 bool TreeScanner::scan(VNError* error) {
   VNUniqueFd rootFd(::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   struct stat st {};
   bool ok = (rootFd || fail(errno, {}, "open")) &&
-            (::fstat(rootFd.get(), &st) == 0 || fail(errno, {}, "stat")) && db_.begin();
+            (::fstat(rootFd.get(), &st) == 0 || fail(errno, {}, "stat")) &&
+            (db_.begin() || fail(db_.writeErrno(), {}, "record"));
   ok = ok && store({}, entryOfStat(st)) && scanDirectory(rootFd.get(), {}) &&
-       assignHardlinkGroups() && (db_.commitTransaction() || fail(ENOMEM, {}, "record"));
+       assignHardlinkGroups() && (db_.commitTransaction() || fail(db_.writeErrno(), {}, "record"));
   if (!ok) {
     db_.rollback();
     VNSetError(error, error_);
@@ -137,6 +138,8 @@ bool TreeScanner::addItem(int dirFd, const char* name, const std::string& key) {
   if (key.size() > kVNBomMaxKeyBytes) return fail(ENAMETOOLONG, key, "record");
   struct stat st {};
   if (::fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return fail(errno, key, "stat");
+  // The store's own file, when the BOM is written into the tree it lists.
+  if (db_.file().is(st.st_dev, st.st_ino)) return true;
   BomEntry entry = entryOfStat(st);
   if (!readContents(dirFd, name, key, entry, st) || !store(key, entry)) return false;
   if (entry.type == BomEntryTypeFile && st.st_nlink > 1)
@@ -183,16 +186,16 @@ bool TreeScanner::assignHardlinkGroups() {
     if (fits == keys.end()) continue;
     std::string group = VNBomPathForKey(*fits);
     for (const std::string& key : keys)
-      if (!db_.setHardlinkGroup(key, group)) return fail(ENOMEM, key, "record");
+      if (!db_.setHardlinkGroup(key, group)) return fail(db_.writeErrno(), key, "record");
   }
   return true;
 }
 
 }  // namespace
 
-std::shared_ptr<VNBomDatabase> VNBomScanTree(const std::string& rootPath, uint16_t options,
-                                             VNError* error) {
-  std::shared_ptr<VNBomDatabase> db = VNBomDatabase::createEmpty(error);
+std::shared_ptr<VNBomDatabase> VNBomScanTree(const std::string& bomPath, const std::string& rootPath,
+                                             uint16_t options, VNError* error) {
+  std::shared_ptr<VNBomDatabase> db = VNBomDatabase::createFor(bomPath, error);
   if (!db) return nullptr;
   TreeScanner scanner(rootPath, options, *db);
   return scanner.scan(error) ? db : nullptr;

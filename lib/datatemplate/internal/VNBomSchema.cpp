@@ -93,6 +93,19 @@ bool isBlob(sqlite3_stmt* row, int column, int maxBytes) {
          sqlite3_column_bytes(row, column) <= maxBytes;
 }
 
+// Whether the current row keeps what the table's constraints promise: a
+// well-formed key, values in range and of their column's type.
+bool rowIsSound(sqlite3_stmt* r) {
+  constexpr sqlite3_int64 kMax32 = 0xFFFFFFFF;
+  return sqlite3_column_type(r, 0) == SQLITE_BLOB &&
+         VNBomIsValidKey(VNSqliteColumnBytes(r, 0)) &&
+         isInteger(r, 1, BomEntryTypeFile, BomEntryTypeSocket) && isInteger(r, 2, 0, 0xFFFF) &&
+         isInteger(r, 3, 0, 0xFFFF) && sqlite3_column_type(r, 4) == SQLITE_INTEGER &&
+         isInteger(r, 5, 0, kMax32) && isInteger(r, 6, 0, kMax32) && isInteger(r, 7, 0, kMax32) &&
+         sqlite3_column_type(r, 8) == SQLITE_INTEGER && isBlob(r, 9, kVNBomMaxLinkTargetBytes) &&
+         isBlob(r, 10, kVNBomMaxLinkGroupBytes);
+}
+
 }  // namespace
 
 bool VNBomRowsAreSound(sqlite3* db) {
@@ -103,22 +116,13 @@ bool VNBomRowsAreSound(sqlite3* db) {
                          -1, &raw, nullptr) != SQLITE_OK)
     return false;
   VNSqliteStatement row(raw);
-  constexpr sqlite3_int64 kMax32 = 0xFFFFFFFF;
   std::string previous;
   bool first = true;
   int rc;
   while ((rc = sqlite3_step(row.get())) == SQLITE_ROW) {
-    sqlite3_stmt* r = row.get();
-    if (sqlite3_column_type(r, 0) != SQLITE_BLOB) return false;
-    std::string_view key = VNSqliteColumnBytes(r, 0);
-    if (!VNBomIsValidKey(key) || (!first && key <= previous)) return false;
-    bool sound = isInteger(r, 1, BomEntryTypeFile, BomEntryTypeSocket) &&
-                 isInteger(r, 2, 0, 0xFFFF) && isInteger(r, 3, 0, 0xFFFF) &&
-                 sqlite3_column_type(r, 4) == SQLITE_INTEGER && isInteger(r, 5, 0, kMax32) &&
-                 isInteger(r, 6, 0, kMax32) && isInteger(r, 7, 0, kMax32) &&
-                 sqlite3_column_type(r, 8) == SQLITE_INTEGER && isBlob(r, 9, 4096) &&
-                 isBlob(r, 10, 1023);
-    if (!sound) return false;
+    if (!rowIsSound(row.get())) return false;
+    std::string_view key = VNSqliteColumnBytes(row.get(), 0);
+    if (!first && key <= previous) return false;
     previous.assign(key);
     first = false;
   }

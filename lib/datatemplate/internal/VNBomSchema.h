@@ -5,6 +5,10 @@
 // The tables of a BOM file, layout version kVNBomSchemaVersion
 // (docs/bom-format.md describes them).
 
+// Longest symbolic-link target and hard-link group a row holds.
+inline constexpr int kVNBomMaxLinkTargetBytes = 4096;
+inline constexpr int kVNBomMaxLinkGroupBytes = 1023;
+
 // Creates the tables and header marks in an empty database; false on
 // failure.
 bool VNBomInstallSchema(sqlite3* db);

@@ -13,12 +13,8 @@ struct VNSqliteCloser {
 struct VNSqliteFinalizer {
   void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 };
-struct VNSqliteFree {
-  void operator()(void* memory) const { sqlite3_free(memory); }
-};
 using VNSqliteDb = std::unique_ptr<sqlite3, VNSqliteCloser>;
 using VNSqliteStatement = std::unique_ptr<sqlite3_stmt, VNSqliteFinalizer>;
-using VNSqliteBuffer = std::unique_ptr<unsigned char, VNSqliteFree>;
 
 // Binds `bytes` as a BLOB, empty ones included (a null pointer would bind
 // NULL). SQLite copies the bytes.
