@@ -184,6 +184,9 @@ class VN_EXPORT VNUDataTemplateCopier {
  private:
   explicit VNUDataTemplateCopier(VNFileURL systemURL) : systemURL_(std::move(systemURL)) {}
 
+  // What the last analysis leaves for the receipt BOM (see the .cpp).
+  struct AnalysisForReceipt;
+
   // The two halves of _writeDataTemplateReceiptBOMToURL: the uncommitted
   // receipt BOM with symlinked entries replaced (null on failure), and its
   // commit to `bomURL`.
@@ -201,4 +204,7 @@ class VN_EXPORT VNUDataTemplateCopier {
   std::uint64_t totalBytes_ = 0;
   std::uint64_t totalSymlinkedItems_ = 0;
   std::uint64_t totalDuplicateItems_ = 0;
+  // Set by analyzeDataTemplate, used and dropped by the receipt's writing;
+  // touched only on the calling thread.
+  std::shared_ptr<AnalysisForReceipt> analysisForReceipt_;
 };

@@ -7,6 +7,7 @@
 
 #include "datatemplate/VNBomStore.h"
 #include "datatemplate/VNUDataTemplateCopier.h"
+#include "datatemplate/internal/VNAnalysisForReceipt.h"
 
 namespace {
 
@@ -17,16 +18,20 @@ constexpr std::uint16_t kSymlinkEntryMode = 0120755;
 VNBomEntryPtr symlinkEntryReplacing(BomEntry* entry, bool isDirectory) {
   char link[VNUDTLinkBufferSize] = {};
   dataTemplateLinkForPath(bom_entry_path_name(entry), isDirectory, link);
-  VNBomEntryPtr replacement(bom_entry_new(BomEntryTypeSymlink));
-  bom_entry_set_flags(replacement.get(), BomOptionStat | BomOptionChecksums);
-  bom_entry_set_mode(replacement.get(), kSymlinkEntryMode);
-  bom_entry_set_path_name(replacement.get(), bom_entry_path_name(entry));
-  bom_entry_set_short_name(replacement.get(), bom_entry_short_name(entry));
-  bom_entry_set_symlink_target(replacement.get(), link);
-  return replacement;
+  return VNUDataTemplateSymlinkEntry({bom_entry_path_name(entry), bom_entry_short_name(entry), link});
 }
 
 }  // namespace
+
+VNBomEntryPtr VNUDataTemplateSymlinkEntry(const VNUDataTemplateSymlinkedItem& item) {
+  VNBomEntryPtr replacement(bom_entry_new(BomEntryTypeSymlink));
+  bom_entry_set_flags(replacement.get(), BomOptionStat | BomOptionChecksums);
+  bom_entry_set_mode(replacement.get(), kSymlinkEntryMode);
+  bom_entry_set_path_name(replacement.get(), item.path.c_str());
+  bom_entry_set_short_name(replacement.get(), item.shortName.c_str());
+  bom_entry_set_symlink_target(replacement.get(), item.target.c_str());
+  return replacement;
+}
 
 BomStore* VNUDataTemplateCopier::_openDataTemplateBOM() const {
   return bom_open(dataTemplateBOMURL().path().c_str());
@@ -63,9 +68,16 @@ void VNUDataTemplateCopier::analyzeDataTemplate() {
   std::set<std::string, std::less<>> hardLinkGroups;
   char group[BomHardlinkPathBufferSize] = {};
   VNBomStorePtr store(_openDataTemplateBOM());
+  auto forReceipt = std::make_shared<AnalysisForReceipt>();
+  forReceipt->filePatterns = symlinkedFilePatterns();
+  forReceipt->directoryPatterns = symlinkedDirectoryPatterns();
   _enumerateDataTemplateBOM(store.get(), [&](BomStore* walked, BomEntry* entry, bool isSymlinked) {
     ++items;
-    if (isSymlinked) ++symlinked;
+    if (isSymlinked) {
+      ++symlinked;
+      forReceipt->symlinked.push_back(
+          {bom_entry_path_name(entry), bom_entry_short_name(entry), bom_entry_symlink_target(entry)});
+    }
     if (bom_entry_type(entry) != BomEntryTypeFile) return;
     if (!bom_entry_hardlink_path(walked, entry, 0, group)) {
       bytes += bom_entry_size(entry);
@@ -77,7 +89,8 @@ void VNUDataTemplateCopier::analyzeDataTemplate() {
     }
   });
   bool hasBOM = store != nullptr;
-  store.reset();
+  forReceipt->bom = std::move(store);
+  analysisForReceipt_ = hasBOM ? std::move(forReceipt) : nullptr;
 
   // The template root itself, which the walk does not return.
   items = items == std::numeric_limits<std::uint64_t>::max() ? 1 : items + 1;

@@ -8,6 +8,7 @@
 
 #include "datatemplate/VNBomStore.h"
 #include "datatemplate/VNUDataTemplateCopier.h"
+#include "datatemplate/internal/VNAnalysisForReceipt.h"
 #include "datatemplate/internal/VNDataTemplateLocations.h"
 #include "platform/VNCompression.h"
 #include "platform/VNPlatformService.h"
@@ -17,13 +18,29 @@ BomStore* VNUDataTemplateCopier::_openDataTemplateBOMForWritingToPath(const char
   return bom_new_from_directory(path, dataTemplateURL().path().c_str(), BomOptionStat | BomOptionChecksums);
 }
 
+namespace {
+
+void replaceEntry(BomStore* store, BomEntry* entry) {
+  if (VNBomEntryPtr stored{bom_entry_at_path(store, bom_entry_path_name(entry))})
+    bom_remove_entry(store, stored.get());
+  bom_insert_entry(store, entry, BomInsertReplaceExisting);
+}
+
+}  // namespace
+
 BomStore* VNUDataTemplateCopier::prepareReceiptBOM(const VNFileURL& bomURL) {
+  std::shared_ptr<AnalysisForReceipt> analysis = std::move(analysisForReceipt_);
+  if (analysis && analysis->matches(*this)) {
+    VNBomStorePtr store(bom_new_from_bom(bomURL.path().c_str(), analysis->bom.get()));
+    if (store) {
+      for (const VNUDataTemplateSymlinkedItem& item : analysis->symlinked)
+        replaceEntry(store.get(), VNUDataTemplateSymlinkEntry(item).get());
+    }
+    return store.release();
+  }
   VNBomStorePtr store(_openDataTemplateBOMForWritingToPath(bomURL.path().c_str()));
   _enumerateDataTemplateBOM(store.get(), [](BomStore* walked, BomEntry* entry, bool symlinked) {
-    if (!symlinked) return;
-    if (VNBomEntryPtr stored{bom_entry_at_path(walked, bom_entry_path_name(entry))})
-      bom_remove_entry(walked, stored.get());
-    bom_insert_entry(walked, entry, BomInsertReplaceExisting);
+    if (symlinked) replaceEntry(walked, entry);
   });
   return store.release();
 }

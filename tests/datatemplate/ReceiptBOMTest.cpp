@@ -128,6 +128,11 @@ TEST(ReceiptBOMTest, CopyOfTheTemplateBOMDiffersOnlyAtSymlinkedPaths) {
   EXPECT_EQ(receipt.at("Keep/second").type, BomEntryTypeFile);
   EXPECT_EQ(system.messages.back(), "wrote receipt BOM to " + system.receiptPath("bom"));
   EXPECT_TRUE(VNValue::fromPropertyListFile(system.receiptPath("plist")));
+
+  // The first receipt came from what the analysis found; written again, it
+  // comes from a walk of its own, and must be the same.
+  ASSERT_TRUE(system.writeReceipts(&error)) << error.description();
+  EXPECT_EQ(readBOM(system.receiptPath("bom")), receipt);
 }
 
 TEST(ReceiptBOMTest, WithoutTemplateBOMTheTemplateFolderIsScannedWithChecksums) {
