@@ -53,6 +53,17 @@ VNAtPath destinationItem(const vnudtc_context* context, const FTSENT* entry, con
   return parent ? VNAtPath(parent->destination.get(), entry->fts_name) : VNAtPath(destination);
 }
 
+// Whether the file system of `entry` can hold compressed files at all, asked
+// once per device: on one that can't, no file needs the compressed check.
+bool mayBeCompressed(vnudtc_context* context, const FTSENT* entry) {
+  const dev_t device = entry->fts_statp->st_dev;
+  for (const auto& [known, may] : context->compressing_devices)
+    if (known == device) return may;
+  bool may = context->compression->fileSystemMayCompress(sourceItem(context, entry));
+  context->compressing_devices.emplace_back(device, may);
+  return may;
+}
+
 // Holds the folder just laid down for `entry` and its template folder, for
 // the items below them.
 int enterFolder(vnudtc_context* context, const FTSENT* entry, const char* destination) {
@@ -205,7 +216,7 @@ int vnudtc_preserve_metadata(vnudtc_context* context, FTSENT* entry, const char*
   // A regular file copied as itself needs its stat fields again only when
   // compressed: of its flags word only that bit is asked for.
   bool statNeeded = !sameItem;
-  if (sameItem && laidDownKind == FTS_F) {
+  if (sameItem && laidDownKind == FTS_F && mayBeCompressed(context, entry)) {
     VNFsStatus status = context->compression->isCompressed(sourceItem(context, entry), &statNeeded);
     if (status.code == ENOTSUP) {
       statNeeded = false;

@@ -59,6 +59,8 @@ struct vnudtc_context {
     VNUniqueFd destination;
   };
   std::vector<OpenFolder> folders;
+  // Per template device: whether its file system may hold compressed files.
+  std::vector<std::pair<dev_t, bool>> compressing_devices;
 
   // The platform services of the run, looked up once rather than per item.
   std::shared_ptr<VNCopyItem> copyItem;

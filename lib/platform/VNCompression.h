@@ -14,6 +14,10 @@ class VN_EXPORT VNCompression {
   virtual ~VNCompression() = default;
 
   virtual VNFsStatus isCompressed(VNAtPath item, bool* compressed) = 0;
+  // False only when the file system holding `item` is known to have no
+  // compression at all, so that none of its files can be compressed; true
+  // where it may have (and when that can't be told).
+  virtual bool fileSystemMayCompress(VNAtPath item) = 0;
   // Marks or unmarks `item`; ENOTSUP tells that its file system has no
   // compression. Data already written keeps its form.
   virtual VNFsStatus setCompressed(VNAtPath item, bool compressed) = 0;

@@ -36,6 +36,15 @@ class LinuxCompression final : public VNCompression {
     return {};
   }
 
+  bool fileSystemMayCompress(VNAtPath item) override {
+    struct statx status {};
+    const int at = item.path[0] == '\0' ? AT_EMPTY_PATH : 0;
+    if (::statx(item.dirfd, item.path, at | AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) != 0) return true;
+    if (!VNHasInodeFlags(status.stx_mode) || (status.stx_attributes_mask & STATX_ATTR_COMPRESSED)) return true;
+    // Reporting the other inode flags but not this one: no compression.
+    return !VNStatxReportsInodeFlags(status);
+  }
+
   VNFsStatus setCompressed(VNAtPath item, bool compressed) override {
     VNUniqueFd fd;
     unsigned flags = 0;

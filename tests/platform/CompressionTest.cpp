@@ -50,6 +50,8 @@ TEST(Compression, CompressedFilesStayCompressedWhereTheFileSystemCan) {
   EXPECT_THAT(compression->setCompressed(plain, true), FailsWith(ENOTSUP, plain));
   ASSERT_THAT(compression->isCompressed(plain, &compressed), Succeeds());
   EXPECT_FALSE(compressed);
+  EXPECT_FALSE(compression->fileSystemMayCompress(plain));
+  EXPECT_TRUE(compression->fileSystemMayCompress(copy));
 
   ASSERT_THAT(compression->setCompressed(copy, false), Succeeds());
   EXPECT_THAT(copy, HasInodeFlagsExcept(0u, FS_COMPR_FL));
