@@ -169,8 +169,10 @@ VNFsStatus VNItemCopy::openCreatedDirectory() {
   return holdDestination(VNUniqueFd(fd), pathOnly);
 }
 
-// The new file gets the source's permission bits (less the umask) at once,
-// which usually spares a chmod; set-id bits come with the stat fields.
+// A new file that will keep the owner and group it is created with gets the
+// source's permission bits (less the umask) at once, which spares a chmod;
+// one that changes hands stays private until its owner is set (the chmod
+// follows then anyway). Set-id bits come with the stat fields.
 VNFsStatus VNItemCopy::createFile(VNItemCopier::Data data, VNContentMethodMemory* methods) {
   if (from_.pathOnly) {
     VNUniqueFd input;
@@ -179,7 +181,8 @@ VNFsStatus VNItemCopy::createFile(VNItemCopier::Data data, VNContentMethodMemory
     from_.pathOnly = false;
   }
 
-  const mode_t mode = from_.st.st_mode & 0777;
+  const bool keepsOwner = from_.st.st_uid == ::geteuid() && from_.st.st_gid == ::getegid();
+  const mode_t mode = keepsOwner ? from_.st.st_mode & 0777 : 0600;
   int fd = ::openat(destination_.dirfd, destination_.path, kNewFileFlags, mode);
   if (fd < 0 && errno == EEXIST && has(VNCopyOption::UnlinkFirst)) {
     if (VNFsStatus status = removeExisting(); !status.ok()) return status;
