@@ -22,9 +22,7 @@ class LinuxCompression final : public VNCompression {
     // statx answers without opening the item where the file system reports
     // its inode flags there.
     struct statx status {};
-    const int at = item.path[0] == '\0' ? AT_EMPTY_PATH : 0;
-    if (::statx(item.dirfd, item.path, at | AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) != 0)
-      return VNFsStatus::failure(errno, "read status of", item.path);
+    if (int code = VNStatxItem(item, STATX_TYPE, &status)) return VNFsStatus::failure(code, "read status of", item.path);
     if (std::optional<bool> answer = VNStatxCompressed(status)) {
       *compressed = *answer;
       return {};
@@ -38,8 +36,7 @@ class LinuxCompression final : public VNCompression {
 
   bool fileSystemMayCompress(VNAtPath item) override {
     struct statx status {};
-    const int at = item.path[0] == '\0' ? AT_EMPTY_PATH : 0;
-    if (::statx(item.dirfd, item.path, at | AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) != 0) return true;
+    if (VNStatxItem(item, STATX_TYPE, &status) != 0) return true;
     if (!VNHasInodeFlags(status.stx_mode) || (status.stx_attributes_mask & STATX_ATTR_COMPRESSED)) return true;
     // Reporting the other inode flags but not this one: no compression.
     return !VNStatxReportsInodeFlags(status);

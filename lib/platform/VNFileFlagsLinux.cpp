@@ -47,15 +47,6 @@ std::optional<std::uint32_t> attributeForWord(std::uint32_t word) {
   return attribute;
 }
 
-VNFsStatus parseAttribute(const std::string& text, VNAtPath item, std::optional<std::uint32_t>* value) {
-  std::uint32_t parsed = 0;
-  // Anything but our own spelling is not ours to guess at.
-  if (!VNParseFlagsAttribute(text, &parsed))
-    return VNFsStatus::failure(EINVAL, "read flags attribute of", item.path);
-  *value = parsed;
-  return {};
-}
-
 class LinuxFileFlags final : public VNFileFlags {
  public:
   VNFsStatus getFlags(VNAtPath item, std::uint32_t* flags) override {
@@ -120,24 +111,24 @@ class LinuxFileFlags final : public VNFileFlags {
     return item.path[0] == '\0' || item.dirfd == AT_FDCWD || item.path[0] == '/';
   }
 
-  // The flags attribute of the item a path or a descriptor names.
-  static int readAttributeText(VNAtPath item, std::string* text) {
-    if (item.path[0] == '\0') return VNGetXattr({item.dirfd, true}, VNFileFlagsAttributeName, text);
+  // The flags attribute of the item a path or a descriptor names, as
+  // VNReadFlagsAttribute reads it; anything but our own spelling is not ours
+  // to guess at.
+  static int readAttributeOf(VNAtPath item, std::optional<std::uint32_t>* value) {
+    if (item.path[0] == '\0') return VNReadFlagsAttribute({item.dirfd, true}, value);
+    value->reset();
     char buffer[16];
     ssize_t n = ::lgetxattr(item.path, VNFileFlagsAttributeName, buffer, sizeof buffer);
-    if (n >= 0) {
-      text->assign(buffer, static_cast<size_t>(n));
-      return 0;
-    }
-    if (errno == ERANGE) return EINVAL;
-    return errno == ENOTSUP ? ENODATA : errno;
+    if (n < 0) return errno == ERANGE ? EINVAL : errno == ENOTSUP || errno == ENODATA ? 0 : errno;
+    std::uint32_t parsed = 0;
+    if (!VNParseFlagsAttribute(std::string(buffer, static_cast<size_t>(n)), &parsed)) return EINVAL;
+    *value = parsed;
+    return 0;
   }
 
   static VNFsStatus getFlagsByPath(VNAtPath item, std::uint32_t* flags) {
     struct statx stx {};
-    const int at = item.path[0] == '\0' ? AT_EMPTY_PATH : 0;
-    if (::statx(item.dirfd, item.path, at | AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, STATX_TYPE, &stx) != 0)
-      return VNFsStatus::failure(errno, "read status of", item.path);
+    if (int code = VNStatxItem(item, STATX_TYPE, &stx)) return VNFsStatus::failure(code, "read status of", item.path);
     // A file system that does not report its inode flags through statx is
     // asked the slow way.
     if (!VNStatxReportsInodeFlags(stx)) {
@@ -150,12 +141,8 @@ class LinuxFileFlags final : public VNFileFlags {
       return {};
     }
     std::optional<std::uint32_t> attribute;
-    std::string text;
-    if (int code = readAttributeText(item, &text); code == 0) {
-      if (VNFsStatus status = parseAttribute(text, item, &attribute); !status.ok()) return status;
-    } else if (code != ENODATA) {
+    if (int code = readAttributeOf(item, &attribute))
       return VNFsStatus::failure(code, "read flags attribute of", item.path);
-    }
     *flags = *VNFlagsWordFromStatx(stx, attribute);
     return {};
   }
@@ -183,14 +170,8 @@ class LinuxFileFlags final : public VNFileFlags {
   }
 
   static VNFsStatus readAttribute(int fd, VNAtPath item, std::optional<std::uint32_t>* value) {
-    std::string text;
-    int code = VNGetXattr({fd, true}, VNFileFlagsAttributeName, &text);
-    if (code == ENODATA) {
-      value->reset();
-      return {};
-    }
-    if (code) return VNFsStatus::failure(code, "read flags attribute of", item.path);
-    return parseAttribute(text, item, value);
+    int code = VNReadFlagsAttribute({fd, true}, value);
+    return code ? VNFsStatus::failure(code, "read flags attribute of", item.path) : VNFsStatus{};
   }
 
   static VNFsStatus writeAttribute(int fd, VNAtPath item, std::optional<std::uint32_t> value) {

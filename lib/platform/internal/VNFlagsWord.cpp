@@ -2,6 +2,7 @@
 
 #include <linux/fs.h>
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "platform/VNFileFlags.h"
@@ -62,6 +63,18 @@ std::optional<std::uint32_t> VNFlagsWordFromStatx(const struct statx& status,
                                                   std::optional<std::uint32_t> attribute) {
   if (!VNStatxReportsInodeFlags(status)) return std::nullopt;
   return VNMergedFlagsWord(VNHasInodeFlags(status.stx_mode), VNInodeFlagsFromStatx(status), attribute);
+}
+
+int VNReadFlagsAttribute(VNHeldFd item, std::optional<std::uint32_t>* value) {
+  std::string text;
+  std::uint32_t parsed = 0;
+  value->reset();
+  int code = VNGetXattr(item, VNFileFlagsAttributeName, &text);
+  if (code == ENODATA) return 0;
+  if (code) return code;
+  if (!VNParseFlagsAttribute(text, &parsed)) return EINVAL;
+  *value = parsed;
+  return 0;
 }
 
 bool VNParseFlagsAttribute(const std::string& text, std::uint32_t* value) {

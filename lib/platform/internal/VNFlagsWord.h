@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/internal/VNItemFd.h"
+
 // The pieces of the file-flags word shared by the flags service and the item
 // copy, which reads the word of a file it already holds from the statx it
 // made anyway instead of asking again.
@@ -36,5 +38,9 @@ std::optional<std::uint32_t> VNFlagsWordFromStatx(const struct statx& status,
 // Parses the attribute's text, "0x" and one to eight hex digits; false for
 // anything else.
 bool VNParseFlagsAttribute(const std::string& text, std::uint32_t* value);
+
+// Reads the flags attribute of a held item into `*value`, reset when it is
+// absent: 0, or the errno of the read (EINVAL for text that is not ours).
+int VNReadFlagsAttribute(VNHeldFd item, std::optional<std::uint32_t>* value);
 
 bool VNHasInodeFlags(mode_t mode);

@@ -35,7 +35,7 @@ VNFsStatus readLinkTarget(int sourceFd, VNAtPath source, std::string* target) {
 int VNItemSide::hold(VNUniqueFd newFd, bool isPathOnly) {
   fd = std::move(newFd);
   pathOnly = isPathOnly;
-  if (int code = VNStatxHeld(fd.get(), &sx)) return code;
+  if (int code = VNStatxItem(VNAtPath(fd.get(), ""), STATX_BASIC_STATS, &sx)) return code;
   st = VNStatFromStatx(sx);
   return 0;
 }

@@ -31,9 +31,9 @@ int VNReopenItem(int pathFd, int flags, VNUniqueFd* out) {
   return 0;
 }
 
-int VNStatxHeld(int fd, struct statx* status) {
-  constexpr int kFlags = AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW | AT_STATX_SYNC_AS_STAT;
-  return ::statx(fd, "", kFlags, STATX_BASIC_STATS, status) == 0 ? 0 : errno;
+int VNStatxItem(VNAtPath item, unsigned mask, struct statx* status) {
+  const int flags = AT_SYMLINK_NOFOLLOW | (item.path[0] == '\0' ? AT_EMPTY_PATH : 0);
+  return ::statx(item.dirfd, item.path, flags, mask, status) == 0 ? 0 : errno;
 }
 
 struct stat VNStatFromStatx(const struct statx& sx) {

@@ -26,8 +26,9 @@ int VNOpenItem(VNAtPath item, bool follow, VNUniqueFd* out);
 std::string VNProcFdPath(int fd);
 // Opens the inode behind the O_PATH descriptor `pathFd` for I/O with `flags`.
 int VNReopenItem(int pathFd, int flags, VNUniqueFd* out);
-// statx of the item behind `fd` (any kind of descriptor), never following.
-int VNStatxHeld(int fd, struct statx* status);
+// statx of `item` (an empty path: the descriptor itself, of any kind), never
+// following a final symbolic link.
+int VNStatxItem(VNAtPath item, unsigned mask, struct statx* status);
 // The struct stat fields of a statx.
 struct stat VNStatFromStatx(const struct statx& status);
 

@@ -155,12 +155,7 @@ VNFsStatus VNItemCopy::sourceFlags(std::uint32_t* word) {
   }
   std::optional<std::uint32_t> attribute;
   if (!namesListed_ || flagsAttributeListed_) {
-    std::string text;
-    std::uint32_t value = 0;
-    int code = VNGetXattr(from_.held(), VNFileFlagsAttributeName, &text);
-    if (code == 0 && !VNParseFlagsAttribute(text, &value)) code = EINVAL;
-    if (code == 0) attribute = value;
-    else if (code != ENODATA) return fail(code, "read flags attribute of", source_);
+    if (int code = VNReadFlagsAttribute(from_.held(), &attribute)) return fail(code, "read flags attribute of", source_);
   }
   *word = *VNFlagsWordFromStatx(from_.sx, attribute);
   return {};
