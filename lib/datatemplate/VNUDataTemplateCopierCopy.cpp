@@ -1,8 +1,11 @@
 // Laying the whole template down on a target: the public copy and the walk
 // that drives the copy engine's visit functions.
+#include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <memory>
 
 #include "datatemplate/VNUDataTemplateCopier.h"
@@ -17,6 +20,25 @@ struct FtsClose {
 using WalkHandle = std::unique_ptr<FTS, FtsClose>;
 
 constexpr double kMegabyte = 1000000.0;
+
+// Items waiting for the copy's workers, per worker: enough to keep them
+// busy while the walk reads a folder, few enough to keep memory flat.
+constexpr std::size_t kTasksPerWorker = 64;
+
+// Threads that lay files down beside the walk's own: one fewer than the
+// processors this process may run on, at most 7; VARNEL_COPY_THREADS=N asks
+// for N threads in all (1: the walk's thread does everything).
+unsigned copyWorkers() {
+  constexpr unsigned kMostWorkers = 7;
+  unsigned threads = 0;
+  if (const char* asked = std::getenv("VARNEL_COPY_THREADS")) {
+    threads = static_cast<unsigned>(std::strtoul(asked, nullptr, 10));
+  } else {
+    cpu_set_t cpus;
+    threads = ::sched_getaffinity(0, sizeof cpus, &cpus) == 0 ? static_cast<unsigned>(CPU_COUNT(&cpus)) : 1;
+  }
+  return std::min(threads > 1 ? threads - 1 : 0, kMostWorkers);
+}
 
 // Dispatches one entry by kind; returns 0 or the errno that ends the walk.
 int visit(vnudtc_context& context, FTS* walk, FTSENT* entry, const char* destination) {
@@ -84,16 +106,23 @@ bool VNUDataTemplateCopier::_copyDataTemplateIfNeededToURL(const VNFileURL& targ
   context.tiers = VNPlatformSlot<VNStorageTiers>::get();
   context.compression = VNPlatformSlot<VNCompression>::get();
 
+  if (unsigned workers = copyWorkers())
+    context.workers = std::make_unique<VNWorkPool<VNCopyTask>>(workers, kTasksPerWorker * workers);
+
   vnudtc_send_progress(&context);
   std::string destination;
   while (FTSENT* entry = ::fts_read(walk.get())) {
     destination.assign(targetPath).append(entry->fts_path + context.root_length);
-    if (int result = visit(context, walk.get(), entry, destination.c_str())) {
+    int result = visit(context, walk.get(), entry, destination.c_str());
+    if (result == 0) result = vnudtc_collect_finished(&context);
+    if (result != 0) {
+      // A failure of an item the workers laid down is already the error.
       const std::string& path = isVisitedKind(entry->fts_info) ? destination : std::string(entry->fts_path);
-      context.error = VNError(VNPOSIXErrorDomain, result, {{VNFilePathErrorKey, VNValue(path)}});
+      if (!context.error) context.error = VNError(VNPOSIXErrorDomain, result, {{VNFilePathErrorKey, VNValue(path)}});
       break;
     }
   }
+  vnudtc_finish_pending(&context);
   vnudtc_send_progress(&context);
   walk.reset();
 

@@ -12,8 +12,8 @@
 
 namespace {
 
-// Put into an entry's user pointer once the entry is finished, so that its
-// completing visit does nothing.
+// Put into an entry's user pointer once the entry is finished, or handed to
+// the workers that finish it, so that its completing visit does nothing.
 const char kDoneMark = 0;
 void* doneMark() { return const_cast<char*>(&kDoneMark); }
 
@@ -36,30 +36,47 @@ const char* relativePath(const vnudtc_context* context, const FTSENT* entry) {
 
 bool isSymlinkKind(int info) { return info == FTS_SL || info == FTS_SLNONE; }
 
+// What the metadata steps need of a template item, read from the walk's
+// entry or from a task that outlived it.
+struct Item {
+  const char* sourcePath;
+  const char* name;
+  int kind;
+  const struct stat* status;
+  const VNCopyFolder* folder;  // holds the item; null for the template root
+};
+
 // The open folder holding `entry`, or null for the root (or should the walk
 // be deeper than the folders held, which it never is).
-const vnudtc_context::OpenFolder* parentFolder(const vnudtc_context* context, const FTSENT* entry) {
+const std::shared_ptr<VNCopyFolder>* parentFolder(const vnudtc_context* context, const FTSENT* entry) {
   if (entry->fts_level < 1 || static_cast<size_t>(entry->fts_level) > context->folders.size()) return nullptr;
   return &context->folders[static_cast<size_t>(entry->fts_level) - 1];
 }
 
-VNAtPath sourceItem(const vnudtc_context* context, const FTSENT* entry) {
+Item itemOf(const vnudtc_context* context, const FTSENT* entry) {
   const auto* parent = parentFolder(context, entry);
-  return parent ? VNAtPath(parent->source.get(), entry->fts_name) : VNAtPath(entry->fts_path);
+  return {entry->fts_path, entry->fts_name, entry->fts_info, entry->fts_statp, parent ? parent->get() : nullptr};
 }
 
-VNAtPath destinationItem(const vnudtc_context* context, const FTSENT* entry, const char* destination) {
-  const auto* parent = parentFolder(context, entry);
-  return parent ? VNAtPath(parent->destination.get(), entry->fts_name) : VNAtPath(destination);
+Item itemOf(const VNCopyTask& task) {
+  return {task.sourcePath.c_str(), task.name.c_str(), task.entryKind, &task.status, task.folder.get()};
 }
 
-// Whether the file system of `entry` can hold compressed files at all, asked
+VNAtPath sourceItem(const Item& item) {
+  return item.folder ? VNAtPath(item.folder->source.get(), item.name) : VNAtPath(item.sourcePath);
+}
+
+VNAtPath destinationItem(const Item& item, const char* destination) {
+  return item.folder ? VNAtPath(item.folder->destination.get(), item.name) : VNAtPath(destination);
+}
+
+// Whether the file system of `item` can hold compressed files at all, asked
 // once per device: on one that can't, no file needs the compressed check.
-bool mayBeCompressed(vnudtc_context* context, const FTSENT* entry) {
-  const dev_t device = entry->fts_statp->st_dev;
+bool mayBeCompressed(vnudtc_context* context, const Item& item) {
+  const dev_t device = item.status->st_dev;
   for (const auto& [known, may] : context->compressing_devices)
     if (known == device) return may;
-  bool may = context->compression->fileSystemMayCompress(sourceItem(context, entry));
+  bool may = context->compression->fileSystemMayCompress(sourceItem(item));
   context->compressing_devices.emplace_back(device, may);
   return may;
 }
@@ -68,19 +85,27 @@ bool mayBeCompressed(vnudtc_context* context, const FTSENT* entry) {
 // the items below them.
 int enterFolder(vnudtc_context* context, const FTSENT* entry, const char* destination) {
   constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  VNAtPath source = sourceItem(context, entry);
-  VNAtPath target = destinationItem(context, entry, destination);
-  VNUniqueFd sourceFd(::openat(source.dirfd, source.path, kFlags));
-  if (!sourceFd) return errno;
-  VNUniqueFd destinationFd(::openat(target.dirfd, target.path, kFlags));
-  if (!destinationFd) return errno == ELOOP ? ENOTDIR : errno;
+  Item item = itemOf(context, entry);
+  VNAtPath source = sourceItem(item);
+  VNAtPath target = destinationItem(item, destination);
+  auto folder = std::make_shared<VNCopyFolder>();
+  folder->source.reset(::openat(source.dirfd, source.path, kFlags));
+  if (!folder->source) return errno;
+  folder->destination.reset(::openat(target.dirfd, target.path, kFlags));
+  if (!folder->destination) return errno == ELOOP ? ENOTDIR : errno;
   context->folders.resize(static_cast<size_t>(entry->fts_level));
-  context->folders.push_back({std::move(sourceFd), std::move(destinationFd)});
+  context->folders.push_back(std::move(folder));
   return 0;
 }
 
 // The errno of a failed platform call, never 0.
 int failureCode(const VNFsStatus& status) { return status.code ? status.code : EIO; }
+
+int copyFailed(vnudtc_context* context, const char* source, const char* destination, int code) {
+  context->copier->log("could not copy %s -> %s: %d (%s)\n", source, destination, code,
+                       std::strerror(code));
+  return code;
+}
 
 int layDownSymlink(vnudtc_context* context, FTS* walk, FTSENT* entry, const char* destination,
                    const char* relative) {
@@ -98,22 +123,6 @@ int layDownSymlink(vnudtc_context* context, FTS* walk, FTSENT* entry, const char
   context->items += 1;
   context->symlinked_items += 1;
   vnudtc_send_progress(context);
-  return vnudtc_skip_entry(context, walk, entry);
-}
-
-int layDownClone(vnudtc_context* context, FTS* walk, FTSENT* entry, const char* destination,
-                 const std::string& firstCopy) {
-  ::unlink(destination);
-  VNFsStatus status = context->clone->clone(firstCopy, destination, /*follow=*/false);
-  if (!status.ok()) {
-    int code = status.code;
-    context->copier->log("could not create clone at %s (of %s): %d (%s)", destination, firstCopy,
-                         code, std::strerror(code));
-    if (code != 0) return code;
-  }
-  if (int result = vnudtc_preserve_metadata(context, entry, destination, FTS_F)) return result;
-  context->cloned_items += 1;
-  vnudtc_increment_progress(context, entry->fts_statp, /*withoutBytes=*/context->has_duplicates);
   return vnudtc_skip_entry(context, walk, entry);
 }
 
@@ -153,55 +162,16 @@ void preserveTierFlags(vnudtc_context* context, const char* source, const char* 
                          status.code, std::strerror(status.code));
 }
 
-}  // namespace
-
-int vnudtc_visit_preorder(vnudtc_context* context, FTS* walk, FTSENT* entry,
-                          const char* destination) {
-  const char* relative = relativePath(context, entry);
-  const bool directory = entry->fts_info == FTS_D;
-  if (!isSymlinkKind(entry->fts_info) && context->copier->_shouldSymlinkPath(relative, directory))
-    return layDownSymlink(context, walk, entry, destination, relative);
-
-  const struct stat* st = entry->fts_statp;
-  if (entry->fts_info == FTS_F && st->st_nlink >= 2) {
-    vnudtc_context::FileID id{st->st_dev, st->st_ino};
-    auto found = context->inode_paths.find(id);
-    if (found != context->inode_paths.end())
-      return layDownClone(context, walk, entry, destination, found->second);
-    context->inode_paths.emplace(id, destination);
-  }
-
-  VNCopyOptions options = directory ? VNCopyOptionSet::Directory : VNCopyOptionSet::Full;
-  VNFsStatus status = context->copyItem->copyItem(
-      sourceItem(context, entry), destinationItem(context, entry, destination), options, entry->fts_statp);
-  int code = status.ok() ? 0 : failureCode(status);
-  if (code == 0) code = directory ? enterFolder(context, entry, destination) : 0;
-  if (code == 0) return 0;
-  context->copier->log("could not copy %s -> %s: %d (%s)\n", entry->fts_path, destination, code,
-                       std::strerror(code));
-  return code;
-}
-
-int vnudtc_visit_postorder(vnudtc_context* context, FTSENT* entry, const char* destination) {
-  if (entry->fts_pointer == doneMark()) return 0;
-  // A folder's own metadata is named through its parent.
-  if (entry->fts_info == FTS_DP) context->folders.resize(static_cast<size_t>(entry->fts_level));
-  if (int result = vnudtc_preserve_metadata(context, entry, destination, entry->fts_info))
-    return result;
-  vnudtc_increment_progress(context, entry->fts_statp, /*withoutBytes=*/false);
-  return 0;
-}
-
-int vnudtc_preserve_metadata(vnudtc_context* context, FTSENT* entry, const char* destination,
-                             int laidDownKind) {
+int preserveMetadata(vnudtc_context* context, const Item& item, const char* destination,
+                     int laidDownKind) {
   // A copy with the full option set and a clone both carry the source's
   // whole flags word, so an item laid down as its own kind (other than a
   // folder, whose stat fields come now) already has the source's WARD bits:
   // only items laid down as something else, and folders, need the step.
-  const bool sameItem = laidDownKind == entry->fts_info && laidDownKind != FTS_DP;
+  const bool sameItem = laidDownKind == item.kind && laidDownKind != FTS_DP;
   if (!sameItem) {
     std::uint32_t sourceFlags = 0;
-    VNFsStatus status = context->fileFlags->getFlags(entry->fts_path, &sourceFlags);
+    VNFsStatus status = context->fileFlags->getFlags(item.sourcePath, &sourceFlags);
     if (!status.ok()) {
       context->copier->log("could not preserve WARD flags for %s: %d (%s)", destination,
                            status.code, std::strerror(status.code));
@@ -211,13 +181,13 @@ int vnudtc_preserve_metadata(vnudtc_context* context, FTSENT* entry, const char*
   }
 
   if (laidDownKind == FTS_F || laidDownKind == FTS_DP)
-    preserveTierFlags(context, entry->fts_path, destination);
+    preserveTierFlags(context, item.sourcePath, destination);
 
   // A regular file copied as itself needs its stat fields again only when
   // compressed: of its flags word only that bit is asked for.
   bool statNeeded = !sameItem;
-  if (sameItem && laidDownKind == FTS_F && mayBeCompressed(context, entry)) {
-    VNFsStatus status = context->compression->isCompressed(sourceItem(context, entry), &statNeeded);
+  if (sameItem && laidDownKind == FTS_F && mayBeCompressed(context, item)) {
+    VNFsStatus status = context->compression->isCompressed(sourceItem(item), &statNeeded);
     if (status.code == ENOTSUP) {
       statNeeded = false;
     } else if (!status.ok()) {
@@ -227,12 +197,184 @@ int vnudtc_preserve_metadata(vnudtc_context* context, FTSENT* entry, const char*
     }
   }
   if (!statNeeded) return 0;
-  VNFsStatus status = context->copyItem->copyItem(
-      sourceItem(context, entry), destinationItem(context, entry, destination), VNCopyOptionSet::StatOnly);
+  VNFsStatus status = context->copyItem->copyItem(sourceItem(item), destinationItem(item, destination),
+                                                  VNCopyOptionSet::StatOnly);
   if (status.ok()) return 0;
   context->copier->log("could not preserve stat fields for %s: %d (%s)", destination, status.code,
                        std::strerror(status.code));
   return failureCode(status);
+}
+
+// The rest of a clone's first visit once the clone was tried.
+int finishClone(vnudtc_context* context, const VNCopyTask& task) {
+  if (!task.result.ok()) {
+    int code = task.result.code;
+    context->copier->log("could not create clone at %s (of %s): %d (%s)", task.destination,
+                         task.firstCopy, code, std::strerror(code));
+    if (code != 0) return code;
+  }
+  if (int result = preserveMetadata(context, itemOf(task), task.destination.c_str(), FTS_F)) return result;
+  context->cloned_items += 1;
+  vnudtc_increment_progress(context, &task.status, /*withoutBytes=*/context->has_duplicates);
+  return 0;
+}
+
+// Both visits' work for an item a worker copied.
+int finishCopy(vnudtc_context* context, const VNCopyTask& task) {
+  if (!task.result.ok())
+    return copyFailed(context, task.sourcePath.c_str(), task.destination.c_str(), failureCode(task.result));
+  if (int result = preserveMetadata(context, itemOf(task), task.destination.c_str(), task.entryKind))
+    return result;
+  vnudtc_increment_progress(context, &task.status, /*withoutBytes=*/false);
+  return 0;
+}
+
+// A folder's completing visit: the metadata named through its parent, then
+// the count.
+int closeFolder(vnudtc_context* context, const Item& folder, const char* destination) {
+  if (int result = preserveMetadata(context, folder, destination, FTS_DP)) return result;
+  vnudtc_increment_progress(context, folder.status, /*withoutBytes=*/false);
+  return 0;
+}
+
+// Makes `code`, the failure of the item at `destination`, the context's
+// error unless the walk has one already.
+int failed(vnudtc_context* context, int code, const std::string& destination) {
+  if (!context->error)
+    context->error = VNError(VNPOSIXErrorDomain, code, {{VNFilePathErrorKey, VNValue(destination)}});
+  return code;
+}
+
+// One item in `folder` is finished. A folder the walk has left closes once
+// nothing in it is pending, which may close the folder holding it in turn.
+int itemFinished(vnudtc_context* context, std::shared_ptr<VNCopyFolder> folder) {
+  while (folder && --folder->pending == 0 && folder->closing) {
+    std::unique_ptr<VNCopyTask> closing = std::move(folder->closing);
+    if (int code = closeFolder(context, itemOf(*closing), closing->destination.c_str()))
+      return failed(context, code, closing->destination);
+    folder = closing->folder;
+  }
+  return 0;
+}
+
+// Finishes a task taken back from the workers.
+int complete(vnudtc_context* context, std::unique_ptr<VNCopyTask> task) {
+  if (task->firstNameOf) context->inode_paths.at(*task->firstNameOf).pending = false;
+  int code = task->kind == VNCopyTask::Kind::Clone ? finishClone(context, *task) : finishCopy(context, *task);
+  if (code != 0) return failed(context, code, task->destination);
+  return itemFinished(context, task->folder);
+}
+
+// Finishes tasks, helping the workers, for as long as `waiting()` holds
+// and tasks are out.
+template <class Condition>
+int finishWhile(vnudtc_context* context, Condition waiting) {
+  while (context->workers && waiting()) {
+    std::unique_ptr<VNCopyTask> task = context->workers->waitFinished();
+    if (!task) break;
+    if (int code = complete(context, std::move(task))) return code;
+  }
+  return 0;
+}
+
+std::unique_ptr<VNCopyTask> makeTask(vnudtc_context* context, const FTSENT* entry, const char* destination) {
+  auto task = std::make_unique<VNCopyTask>();
+  if (const auto* parent = parentFolder(context, entry)) task->folder = *parent;
+  task->name = entry->fts_name;
+  task->sourcePath = entry->fts_path;
+  task->destination = destination;
+  task->status = *entry->fts_statp;
+  task->entryKind = entry->fts_info;
+  task->copyItem = context->copyItem.get();
+  task->clone = context->clone.get();
+  return task;
+}
+
+// Whether `entry`'s item goes to the workers rather than being laid down on
+// the walk's thread.
+bool handsOff(const vnudtc_context* context, const FTSENT* entry) {
+  return context->workers && parentFolder(context, entry);
+}
+
+// Lays a file, link or special item down (a copy or a clone). Handed to the
+// workers, it is finished when taken back; laid down here, a clone is
+// finished at once and a copy by its completing visit.
+int layDown(vnudtc_context* context, FTS* walk, FTSENT* entry, std::unique_ptr<VNCopyTask> task) {
+  if (handsOff(context, entry)) {
+    task->folder->pending += 1;
+    context->workers->submit(std::move(task));
+    return vnudtc_skip_entry(context, walk, entry);
+  }
+  task->run();
+  if (task->kind == VNCopyTask::Kind::Clone) {
+    if (int result = finishClone(context, *task)) return result;
+    return vnudtc_skip_entry(context, walk, entry);
+  }
+  if (!task->result.ok())
+    return copyFailed(context, entry->fts_path, task->destination.c_str(), failureCode(task->result));
+  return 0;
+}
+
+int copyFolder(vnudtc_context* context, FTSENT* entry, const char* destination) {
+  Item item = itemOf(context, entry);
+  VNFsStatus status = context->copyItem->copyItem(sourceItem(item), destinationItem(item, destination),
+                                                  VNCopyOptionSet::Directory, entry->fts_statp);
+  int code = status.ok() ? enterFolder(context, entry, destination) : failureCode(status);
+  return code == 0 ? 0 : copyFailed(context, entry->fts_path, destination, code);
+}
+
+}  // namespace
+
+int vnudtc_visit_preorder(vnudtc_context* context, FTS* walk, FTSENT* entry,
+                          const char* destination) {
+  const char* relative = relativePath(context, entry);
+  const bool directory = entry->fts_info == FTS_D;
+  if (!isSymlinkKind(entry->fts_info) && context->copier->_shouldSymlinkPath(relative, directory))
+    return layDownSymlink(context, walk, entry, destination, relative);
+  if (directory) return copyFolder(context, entry, destination);
+
+  std::unique_ptr<VNCopyTask> task = makeTask(context, entry, destination);
+  const struct stat* st = entry->fts_statp;
+  if (entry->fts_info == FTS_F && st->st_nlink >= 2) {
+    vnudtc_context::FileID id{st->st_dev, st->st_ino};
+    auto found = context->inode_paths.find(id);
+    if (found != context->inode_paths.end()) {
+      const vnudtc_context::FirstCopy& first = found->second;
+      if (int result = finishWhile(context, [&] { return first.pending; })) return result;
+      task->kind = VNCopyTask::Kind::Clone;
+      task->firstCopy = first.path;
+    } else {
+      context->inode_paths.emplace(id, vnudtc_context::FirstCopy{destination, handsOff(context, entry)});
+      task->firstNameOf = id;
+    }
+  }
+  return layDown(context, walk, entry, std::move(task));
+}
+
+int vnudtc_visit_postorder(vnudtc_context* context, FTSENT* entry, const char* destination) {
+  if (entry->fts_pointer == doneMark()) return 0;
+  if (entry->fts_info == FTS_DP && static_cast<size_t>(entry->fts_level) < context->folders.size()) {
+    // A folder's own metadata waits for the items laid down in it: with
+    // some still pending it closes later, when the last is finished.
+    const auto level = static_cast<size_t>(entry->fts_level);
+    std::shared_ptr<VNCopyFolder> folder = std::move(context->folders[level]);
+    context->folders.resize(level);
+    if (folder->pending > 0) {
+      folder->closing = makeTask(context, entry, destination);
+      if (folder->closing->folder) folder->closing->folder->pending += 1;
+      return 0;
+    }
+  }
+  if (entry->fts_info == FTS_DP) return closeFolder(context, itemOf(context, entry), destination);
+  if (int result = vnudtc_preserve_metadata(context, entry, destination, entry->fts_info))
+    return result;
+  vnudtc_increment_progress(context, entry->fts_statp, /*withoutBytes=*/false);
+  return 0;
+}
+
+int vnudtc_preserve_metadata(vnudtc_context* context, FTSENT* entry, const char* destination,
+                             int laidDownKind) {
+  return preserveMetadata(context, itemOf(context, entry), destination, laidDownKind);
 }
 
 void vnudtc_increment_progress(vnudtc_context* context, const struct stat* status,
@@ -253,4 +395,18 @@ int vnudtc_skip_entry(vnudtc_context*, FTS* walk, FTSENT* entry) {
   if (::fts_set(walk, entry, FTS_SKIP) != 0) return errno ? errno : EINVAL;
   entry->fts_pointer = doneMark();
   return 0;
+}
+
+int vnudtc_collect_finished(vnudtc_context* context) {
+  if (!context->workers) return 0;
+  while (std::unique_ptr<VNCopyTask> task = context->workers->takeFinished())
+    if (int code = complete(context, std::move(task))) return code;
+  return 0;
+}
+
+void vnudtc_finish_pending(vnudtc_context* context) {
+  if (!context->workers) return;
+  if (context->error) context->workers->cancelWaiting();
+  while (std::unique_ptr<VNCopyTask> task = context->workers->waitFinished())
+    complete(context, std::move(task));
 }

@@ -10,9 +10,10 @@
 #include <vector>
 
 #include "datatemplate/VNUDataTemplateCopier.h"
+#include "datatemplate/internal/VNCopyTask.h"
 #include "foundation/VNError.h"
 #include "foundation/VNExport.h"
-#include "foundation/VNUniqueFd.h"
+#include "foundation/VNWorkPool.h"
 #include "platform/VNClone.h"
 #include "platform/VNCompression.h"
 #include "platform/VNCopyItem.h"
@@ -22,24 +23,20 @@
 // The state of one copy run, handed to every visit function. Built before the
 // walk and released after it; nothing of it stays in the copier.
 struct vnudtc_context {
-  // Identity of a file: inode numbers repeat across file systems, and a
-  // template may hold mount points.
-  struct FileID {
-    dev_t device;
-    ino_t inode;
-    bool operator==(const FileID&) const = default;
-  };
-  struct FileIDHash {
-    std::size_t operator()(const FileID& id) const {
-      return std::hash<std::uint64_t>()(id.inode) ^ (std::hash<std::uint64_t>()(id.device) << 1);
-    }
+  using FileID = VNFileID;
+  using FileIDHash = VNFileIDHash;
+  // Where the first name of a hard-linked file was laid down, and whether
+  // that copy is still with the workers (later names wait for it).
+  struct FirstCopy {
+    std::string path;
+    bool pending = false;
   };
 
   VNUDataTemplateCopier* copier = nullptr;
   // The run's progress block; may be empty.
   VNUDataTemplateCopier::ProgressHandler progress;
   // Destination of the first copy of each hard-linked file met so far.
-  std::unordered_map<FileID, std::string, FileIDHash> inode_paths;
+  std::unordered_map<FileID, FirstCopy, FileIDHash> inode_paths;
   // The analysis found extra names of hard-linked files.
   bool has_duplicates = false;
   std::uint64_t items = 0;
@@ -51,14 +48,10 @@ struct vnudtc_context {
   std::optional<VNError> error;     // the error that ended the walk
 
   // The folders the walk is in, by depth (index 0: the template root and
-  // the target), held O_PATH. Items below them are named relative to their
-  // parents, so each lookup walks one path component instead of the whole
-  // path, and no folder above can be swapped for a link meanwhile.
-  struct OpenFolder {
-    VNUniqueFd source;
-    VNUniqueFd destination;
-  };
-  std::vector<OpenFolder> folders;
+  // the target). Items below them are named relative to their parents, so
+  // each lookup walks one path component instead of the whole path, and no
+  // folder above can be swapped for a link meanwhile.
+  std::vector<std::shared_ptr<VNCopyFolder>> folders;
   // Per template device: whether its file system may hold compressed files.
   std::vector<std::pair<dev_t, bool>> compressing_devices;
 
@@ -68,6 +61,12 @@ struct vnudtc_context {
   std::shared_ptr<VNFileFlags> fileFlags;
   std::shared_ptr<VNStorageTiers> tiers;
   std::shared_ptr<VNCompression> compression;
+
+  // Threads that lay files down while the walk goes on; null when the walk's
+  // thread does everything. Each item they lay down is finished (metadata,
+  // counting, progress, log lines) on the walk's thread when it is taken
+  // back. Last, so that its threads end before the rest goes.
+  std::unique_ptr<VNWorkPool<VNCopyTask>> workers;
 };
 
 // The visit functions of the copy walk. Each returns 0 or an errno value.
@@ -93,3 +92,11 @@ VN_EXTERN_C void vnudtc_increment_progress(vnudtc_context* context, const struct
 VN_EXTERN_C void vnudtc_send_progress(vnudtc_context* context);
 // Keeps the walk out of `entry`'s subtree and marks the entry done.
 VN_EXTERN_C int vnudtc_skip_entry(vnudtc_context* context, FTS* walk, FTSENT* entry);
+// Finishes the items the workers have laid down so far, without waiting.
+// Returns 0, or the errno of the first that failed, whose destination then
+// is the context's error.
+VN_EXTERN_C int vnudtc_collect_finished(vnudtc_context* context);
+// After the walk: drops the items not yet started when the walk failed, then
+// waits for and finishes every item still with the workers. A failure among
+// them is kept only when the walk had none.
+VN_EXTERN_C void vnudtc_finish_pending(vnudtc_context* context);

@@ -9,6 +9,7 @@
 #include "platform/VNFileFlags.h"
 #include "platform/VNPlatformService.h"
 #include "platform/VNStorageTiers.h"
+#include "support/VNFaultyFileSystemCalls.h"
 #include "support/VNFsMatchers.h"
 #include "support/VNLoopImage.h"
 #include "support/VNTestDir.h"
@@ -57,6 +58,23 @@ class TemplateRun {
   std::string root_, template_, target_;
   std::shared_ptr<VNUDataTemplateCopier> copier_;
 };
+
+// The copy runs with `threads` threads in all while this lives.
+class CopyThreads {
+ public:
+  explicit CopyThreads(int threads) {
+    ::setenv("VARNEL_COPY_THREADS", std::to_string(threads).c_str(), 1);
+  }
+  ~CopyThreads() { ::unsetenv("VARNEL_COPY_THREADS"); }
+};
+
+// Progress went 0, 1, 2, ... one finished item at a time, and the report
+// after the walk repeated the last count.
+void expectOneItemAtATime(const std::vector<std::pair<std::uint64_t, std::uint64_t>>& progress) {
+  ASSERT_GE(progress.size(), 2u);
+  for (size_t i = 0; i + 1 < progress.size(); ++i) ASSERT_EQ(progress[i].first, i) << "report " << i;
+  EXPECT_EQ(progress.back(), progress[progress.size() - 2]);
+}
 
 }  // namespace
 
@@ -245,4 +263,92 @@ TEST(CopyEngine, ALinkLaidDownForAnItemCarriesThatItemsOwnerFlagsAndTimes) {
     ASSERT_TRUE(flags->getFlags(link, &word).ok());
     EXPECT_EQ(word & VNFileFlag::WARDMask, VNFileFlag::Restricted) << item;
   }
+}
+
+// Items are laid down on several threads, but a folder's own metadata lands
+// only once everything in it is there: an immutable folder would refuse
+// later items, and any item created late would leave new times behind.
+TEST(CopyEngine, FoldersCloseAfterEverythingInThemWhateverTheThreadCount) {
+  if (::geteuid() != 0) GTEST_SKIP() << "skipped: the immutable flag needs root";
+  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::XFS, 300u << 20);
+  auto flags = VNFileFlags::makeDefault();
+  for (int threads : {1, 2, 4}) {
+    SCOPED_TRACE("threads: " + std::to_string(threads));
+    TemplateRun run(*image / ("run" + std::to_string(threads)));
+    run.patterns("");
+    std::vector<std::string> folders;
+    for (int i = 0; i < 6; ++i) {
+      for (int j = 0; j < 3; ++j) {
+        std::string sub = "d" + std::to_string(i) + "/s" + std::to_string(j);
+        fs::create_directories(run.tmpl(sub));
+        for (int k = 0; k < 20; ++k) VNWriteTestFile(run.tmpl(sub + "/f" + std::to_string(k)), sub);
+        folders.push_back(sub);
+      }
+      folders.push_back("d" + std::to_string(i));
+    }
+    VNWriteTestFile(run.tmpl("d0/h1"), "linked");
+    ASSERT_EQ(::link(run.tmpl("d0/h1").c_str(), run.tmpl("d0/h2").c_str()), 0);
+    ASSERT_EQ(::link(run.tmpl("d0/h1").c_str(), run.tmpl("d5/s2/h3").c_str()), 0);
+    for (size_t n = 0; n < folders.size(); ++n) {
+      ASSERT_EQ(::chmod(run.tmpl(folders[n]).c_str(), n % 2 ? 0555 : 0750), 0);
+      struct timespec times[2] = {{1000000000, 0}, {1000000000 + static_cast<time_t>(n), 0}};
+      ASSERT_EQ(::utimensat(AT_FDCWD, run.tmpl(folders[n]).c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+    }
+    ASSERT_TRUE(flags->setFlags(run.tmpl("d2/s1"), VNFileFlag::UserImmutable).ok());
+
+    CopyThreads copyThreads(threads);
+    VNError error;
+    ASSERT_TRUE(run.copy(&error)) << error.description();
+
+    for (const auto& folder : folders) {
+      struct stat want {};
+      ASSERT_EQ(::lstat(run.tmpl(folder).c_str(), &want), 0);
+      EXPECT_THAT(run.target(folder), HasMode(want.st_mode & 07777)) << folder;
+      struct stat got {};
+      ASSERT_EQ(::lstat(run.target(folder).c_str(), &got), 0);
+      EXPECT_EQ(got.st_mtim.tv_sec, want.st_mtim.tv_sec) << folder;
+    }
+    EXPECT_EQ(VNReadTestFile(run.target("d2/s1/f19")), "d2/s1");
+    std::uint32_t word = 0;
+    ASSERT_TRUE(flags->getFlags(run.target("d2/s1"), &word).ok());
+    EXPECT_TRUE(word & VNFileFlag::UserImmutable);
+    EXPECT_EQ(VNReadTestFile(run.target("d5/s2/h3")), "linked");
+    // root, 24 folders, 360 files, three names of one file
+    EXPECT_THAT(run.lastLine(), HasSubstr(": 388 items ("));
+    EXPECT_THAT(run.lastLine(), HasSubstr(", 2 cloned items, 0 symlinked items"));
+    expectOneItemAtATime(run.progress);
+    ASSERT_TRUE(flags->setFlags(run.tmpl("d2/s1"), 0).ok());
+  }
+}
+
+// A copy that fails on a worker ends the walk with that item's errno and
+// path, logged once; items already out still come back and are counted.
+TEST(CopyEngine, AFailureOnAWorkerEndsTheWalkWithThatItemsErrorAndPath) {
+  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::Ext4, 64u << 20);
+  TemplateRun run(image->mountPoint());
+  run.patterns("");
+  for (int i = 0; i < 8; ++i) {
+    fs::create_directories(run.tmpl("d" + std::to_string(i)));
+    for (int k = 0; k < 40; ++k)
+      VNWriteTestFile(run.tmpl("d" + std::to_string(i) + "/f" + std::to_string(k)), std::string(4096, 'x'));
+  }
+  auto faulty = std::make_shared<VNFaultyFileSystemCalls>();
+  faulty->failNth(VNFaultyFileSystemCalls::Call::CopyRange, 150, EIO);
+  VNPlatformOverride<VNFileSystemCalls> calls(faulty);
+  CopyThreads copyThreads(4);
+
+  VNError error;
+  EXPECT_FALSE(run.copy(&error));
+  EXPECT_EQ(error.code(), EIO);
+  ASSERT_THAT(error.filePath(), ::testing::StartsWith(run.target("d")));
+  EXPECT_FALSE(fs::exists(error.filePath())) << "the half-made copy is removed";
+  std::vector<std::string> failures;
+  for (const auto& line : run.log)
+    if (line.find("could not copy ") == 0) failures.push_back(line);
+  ASSERT_EQ(failures.size(), 1u);
+  EXPECT_THAT(failures[0], HasSubstr(" -> " + error.filePath() + ": 5 ("));
+  EXPECT_THAT(run.lastLine(), HasSubstr("failed to copy data template from "));
+  ASSERT_GE(run.progress.size(), 2u);
+  for (size_t i = 1; i < run.progress.size(); ++i) EXPECT_LE(run.progress[i - 1].first, run.progress[i].first);
+  EXPECT_LT(run.progress.back().first, 8u * 40u);
 }
