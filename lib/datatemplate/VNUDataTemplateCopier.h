@@ -164,6 +164,14 @@ class VN_EXPORT VNUDataTemplateCopier {
   // progressHandler(). On failure returns false with the error (the POSIX
   // error of the item that failed, with its path); what was laid down before
   // the failure stays, and no receipts are written.
+  //
+  // The call returns when the copy is over. Files are laid down by worker
+  // threads beside the caller's (one fewer than the processors the process
+  // may run on; VARNEL_COPY_THREADS=N asks for N threads in all, 1 for the
+  // caller's alone), while the log and progress handlers are called on the
+  // caller's thread only, between items. With workers, the failure that ends
+  // the copy is the first one taken back, and items already handed out when
+  // it happened are still laid down.
   bool copyDataTemplateToURL(const VNFileURL& target, VNError* error = nullptr);
   bool copyDataTemplateToURL(const VNFileURL& target, VNError* error, ProgressHandler progress);
   // The copy alone; true without copying when the template folder is missing.
