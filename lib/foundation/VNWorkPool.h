@@ -57,7 +57,7 @@ class VNWorkPool {
     std::unique_lock lock(mutex_);
     if (threads_.empty() || waiting_.size() >= capacity_) {
       waiting_.push_back(std::move(task));
-      runOldestHere(lock);
+      runOldest(lock);
       if (threads_.empty()) return;
     } else {
       waiting_.push_back(std::move(task));
@@ -80,7 +80,7 @@ class VNWorkPool {
     for (;;) {
       if (!finished_.empty()) return popFinished();
       if (!waiting_.empty()) {
-        runOldestHere(lock);
+        runOldest(lock);
         return popFinished();
       }
       done_.wait(lock);
@@ -95,9 +95,9 @@ class VNWorkPool {
   }
 
  private:
-  // Runs the oldest waiting task on the owner's thread; `lock` is held
-  // before and after, not during the run.
-  void runOldestHere(std::unique_lock<std::mutex>& lock) {
+  // Runs the oldest waiting task on the calling thread and files it as
+  // finished; `lock` is held before and after, not during the run.
+  void runOldest(std::unique_lock<std::mutex>& lock) {
     std::unique_ptr<Task> task = std::move(waiting_.front());
     waiting_.pop_front();
     lock.unlock();
@@ -119,12 +119,7 @@ class VNWorkPool {
     for (;;) {
       posted_.wait(lock, [&] { return stop_ || !waiting_.empty(); });
       if (stop_) return;
-      std::unique_ptr<Task> task = std::move(waiting_.front());
-      waiting_.pop_front();
-      lock.unlock();
-      task->run();
-      lock.lock();
-      finished_.push_back(std::move(task));
+      runOldest(lock);
       done_.notify_one();
     }
   }
