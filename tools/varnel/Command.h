@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 class VNError;
 class VNValue;
@@ -30,6 +31,12 @@ CLI::App* templateCommand(CLI::App& app);
 void printError(const VNError& error);
 // Prints a usage-level complaint to stderr; returns kExitUsage.
 int usageError(const std::string& message);
+// A file name as one line of text output: unchanged when it is UTF-8 without
+// control characters, otherwise in the shell's $'...' form with C escapes
+// (\n, \t, \r, \\, \', and \ooo for other control bytes and bytes that are
+// not UTF-8), as ls and stat quote such names. Every name printed as text
+// goes through it; --json output needs no such step.
+std::string quotedName(std::string_view name);
 // Prints `value` as pretty JSON on stdout, one document.
 void printJSON(const VNValue& value);
 
