@@ -22,8 +22,11 @@ struct CommandRegistration {
   CommandRegistration(const char* name, CommandSetup setup);
 };
 
-// The "template" subcommand group, made by whichever of its subcommands
-// registers first.
+// A subcommand group such as "template" or "system": made, with this
+// description, by whichever of its subcommands registers first, and returned
+// as it is to the others. A group requires one of its subcommands.
+CLI::App* commandGroup(CLI::App& app, const char* name, const char* description);
+// The "template" group.
 CLI::App* templateCommand(CLI::App& app);
 
 // Prints "varnel: <description>" and the error's domain, code and path to

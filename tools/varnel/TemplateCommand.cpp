@@ -95,12 +95,7 @@ CommandRegistration registration("template analyze", [](CLI::App& app, int& stat
 }  // namespace
 
 CLI::App* templateCommand(CLI::App& app) {
-  std::function<bool(CLI::App*)> isTemplate = [](CLI::App* sub) { return sub->get_name() == "template"; };
-  for (CLI::App* existing : app.get_subcommands(isTemplate))
-    return existing;
-  auto* command = app.add_subcommand("template", "Work with the data template of a system");
-  command->require_subcommand(1);
-  return command;
+  return commandGroup(app, "template", "Work with the data template of a system");
 }
 
 }  // namespace varnel

@@ -36,6 +36,14 @@ int usageError(const std::string& message) {
   return kExitUsage;
 }
 
+CLI::App* commandGroup(CLI::App& app, const char* name, const char* description) {
+  std::function<bool(CLI::App*)> named = [name](CLI::App* sub) { return sub->get_name() == name; };
+  for (CLI::App* existing : app.get_subcommands(named)) return existing;
+  auto* group = app.add_subcommand(name, description);
+  group->require_subcommand(1);
+  return group;
+}
+
 void printJSON(const VNValue& value) { std::printf("%s\n", value.jsonString(true).c_str()); }
 
 }  // namespace varnel
