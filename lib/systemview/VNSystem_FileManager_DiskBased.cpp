@@ -4,6 +4,8 @@
 #include "common/VNLogging.h"
 #include "datatemplate/internal/VNDataTemplateLocations.h"
 #include "foundation/VNFormat.h"
+#include "platform/VNPlatformService.h"
+#include "platform/VNResourceValues.h"
 #include "systemview/VNSystem_FileManager_Traditional.h"
 #include "systemview/internal/VNTargetPaths.h"
 
@@ -103,4 +105,18 @@ VNPathValues VNSystem_FileManager_DiskBased::valuesBelowRoot(
       values.erase(path);
   }
   return values;
+}
+
+VNPathValues VNSystem_FileManager_DiskBased::resourceValuesBelowRoot(const std::vector<std::string>& keys,
+                                                                     const std::vector<VNFileURL>& paths) const {
+  auto service = VNPlatformSlot<VNResourceValues>::get();
+  return valuesBelowRoot(paths, [&](const VNFileURL& mapped, VNValue& answer) {
+    std::optional<VNValue::Dictionary> values = service->valuesForKeys(mapped, keys);
+    if (values) answer = VNValue(std::move(*values));
+    return values.has_value();
+  });
+}
+
+VNPathValues VNSystem_FileManager_DiskBased::bundleInformationBelowRoot(const std::vector<VNFileURL>&) const {
+  return VNPathValues{};
 }

@@ -41,13 +41,17 @@ class VN_EXPORT VNSystem_FileManager_DiskBased : public VNSystem_FileManager_Kes
   VNSystem_FileManager_DiskBased() = default;
   // Stores the root, logging a null one.
   void storeInitialRoot(std::optional<VNFileURL> root);
-  // The two list queries of the concrete views: each path placed below the
-  // root as handed in, answered by `answer` into its second argument; a
-  // false answer leaves no entry.
-  VNPathValues valuesBelowRoot(const std::vector<VNFileURL>& paths,
-                               const std::function<bool(const VNFileURL&, VNValue&)>& answer) const;
+  // The two list queries as the concrete views answer them: each path placed
+  // below the root as handed in (never switching volumes).
+  VNPathValues resourceValuesBelowRoot(const std::vector<std::string>& keys,
+                                       const std::vector<VNFileURL>& paths) const;
+  VNPathValues bundleInformationBelowRoot(const std::vector<VNFileURL>& paths) const;
 
  private:
   std::optional<std::string> versionFileString(const char* key);
+  // Each path placed below the root, answered by `answer` into its second
+  // argument; a false answer leaves no entry.
+  VNPathValues valuesBelowRoot(const std::vector<VNFileURL>& paths,
+                               const std::function<bool(const VNFileURL&, VNValue&)>& answer) const;
   VNSharedSlot<VNFileURL> root_;
 };

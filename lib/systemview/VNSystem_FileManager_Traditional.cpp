@@ -3,8 +3,6 @@
 
 #include <sys/stat.h>
 
-#include "platform/VNPlatformService.h"
-#include "platform/VNResourceValues.h"
 #include "systemview/internal/VNTargetPaths.h"
 
 std::unique_ptr<VNSystem_FileManager_Traditional> VNSystem_FileManager_Traditional::initAtRoot(
@@ -25,14 +23,9 @@ std::optional<VNFileURL> VNSystem_FileManager_Traditional::pathToRemoteFile(cons
 
 std::optional<VNPathValues> VNSystem_FileManager_Traditional::resourceValuesForKeys(
     const std::vector<std::string>& keys, const std::vector<VNFileURL>& paths, VNError*) {
-  auto service = VNPlatformSlot<VNResourceValues>::get();
-  return valuesBelowRoot(paths, [&](const VNFileURL& mapped, VNValue& answer) {
-    std::optional<VNValue::Dictionary> values = service->valuesForKeys(mapped, keys);
-    if (values) answer = VNValue(std::move(*values));
-    return values.has_value();
-  });
+  return resourceValuesBelowRoot(keys, paths);
 }
 
-std::optional<VNPathValues> VNSystem_FileManager_Traditional::bundleInformationAtPaths(const std::vector<VNFileURL>&) {
-  return VNPathValues{};
+std::optional<VNPathValues> VNSystem_FileManager_Traditional::bundleInformationAtPaths(const std::vector<VNFileURL>& paths) {
+  return bundleInformationBelowRoot(paths);
 }
