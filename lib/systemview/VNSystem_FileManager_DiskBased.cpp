@@ -6,11 +6,13 @@
 #include "foundation/VNFormat.h"
 #include "platform/VNPlatformService.h"
 #include "platform/VNResourceValues.h"
+#include "systemview/VNSystem_FileManager_ROSV.h"
 #include "systemview/VNSystem_FileManager_Traditional.h"
 #include "systemview/internal/VNTargetPaths.h"
 
 std::unique_ptr<VNSystem_FileManager_DiskBased> VNSystem_FileManager_DiskBased::appropriateDiskFileMangerForSystemRoot(
     const VNFileURL& root) {
+  if (VNSystem_FileManager_ROSV::isRootROSV(root)) return VNSystem_FileManager_ROSV::initAtRoot(root);
   return VNSystem_FileManager_Traditional::initAtRoot(root);
 }
 

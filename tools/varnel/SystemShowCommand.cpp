@@ -4,6 +4,7 @@
 #include "Command.h"
 #include "SystemView.h"
 #include "foundation/VNValue.h"
+#include "systemview/VNSystem_FileManager_ROSV.h"
 
 namespace varnel {
 namespace {
@@ -29,6 +30,11 @@ VNValue viewSummary(VNSystem_FileManager_DiskBased& view) {
   setOptional(summary, "userHomeRoot", view.userHomeRoot());
   setOptional(summary, "productVersion", view.productVersion());
   setOptional(summary, "buildVersion", view.buildVersion());
+  if (auto* pair = dynamic_cast<VNSystem_FileManager_ROSV*>(&view)) {
+    setOptional(summary, "systemVolumeMount", pair->systemVolumeMount());
+    setOptional(summary, "dataVolumeMount", pair->dataVolumeMount());
+    summary.set("rootVolume", std::string(pair->pointedAtDataVolume() ? "data" : "system"));
+  }
   return summary;
 }
 

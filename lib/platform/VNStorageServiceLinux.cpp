@@ -1,0 +1,161 @@
+// The storage service on btrfs: a file system is a container, each of its
+// subvolumes a volume, with the role and group recorded on the subvolume.
+#include <btrfsutil.h>
+#include <fcntl.h>
+#include <linux/btrfs_tree.h>
+#include <linux/fs.h>
+#include <linux/magic.h>
+#include <sys/ioctl.h>
+#include <sys/statfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "foundation/VNUniqueFd.h"
+#include "platform/VNMountTable.h"
+#include "platform/VNPlatformService.h"
+#include "platform/VNStorageService.h"
+#include "platform/internal/VNBtrfsMounts.h"
+#include "platform/internal/VNVolumeAttributes.h"
+
+namespace {
+
+using SubvolumeInfo = struct btrfs_util_subvolume_info;
+constexpr std::uint64_t kTopSubvolume = 5;
+#ifndef FS_CASEFOLD_FL
+constexpr unsigned kCasefoldFlag = 0x40000000;
+#else
+constexpr unsigned kCasefoldFlag = FS_CASEFOLD_FL;
+#endif
+
+bool isZero(const std::uint8_t (&bytes)[16]) {
+  return std::all_of(std::begin(bytes), std::end(bytes), [](std::uint8_t b) { return b == 0; });
+}
+
+std::optional<std::string> diskRoleOf(const SubvolumeInfo& info, const std::optional<std::string>& role) {
+  if (!isZero(info.parent_uuid)) return VNStorage::kDiskRoleSnapshot;
+  if (role == VNStorage::kVolumeRoleSystem) return VNStorage::kDiskRoleSystem;
+  if (role == VNStorage::kVolumeRoleData) return VNStorage::kDiskRoleData;
+  return std::nullopt;
+}
+
+// One subvolume, its attributes read through `reachable` when it is known.
+VNStorageVolumeRef describeSubvolume(const std::string& uuid, const std::string& pathInContainer,
+                                     const SubvolumeInfo& info,
+                                     const std::vector<VNBtrfsMount>& mounts,
+                                     const std::optional<std::string>& reachable) {
+  auto volume = std::make_shared<VNStorageVolume>();
+  volume->identifier = uuid + ":" + std::to_string(info.id);
+  volume->containerIdentifier = uuid;
+  volume->diskType = VNStorage::kDiskTypeSubvolume;
+  volume->pathInContainer = pathInContainer;
+  volume->isSubvolume = true;
+  volume->caseSensitive = true;
+  volume->readOnly = info.flags & BTRFS_ROOT_SUBVOL_RDONLY;
+  volume->mountPoint = VNBtrfsMountPointOf(mounts, pathInContainer);
+  if (reachable) {
+    VNVolumeAttributes attributes = VNReadVolumeAttributes(*reachable);
+    volume->volumeRole = attributes.role;
+    volume->volumeGroup = attributes.group;
+  }
+  volume->diskRole = diskRoleOf(info, volume->volumeRole);
+  return volume;
+}
+
+std::string containerPathOf(int fd, std::uint64_t id) {
+  if (id == kTopSubvolume) return "/";
+  char* path = nullptr;
+  if (btrfs_util_subvolume_path_fd(fd, id, &path) != BTRFS_UTIL_OK) return {};
+  std::string result = "/" + std::string(path);
+  std::free(path);
+  return result;
+}
+
+// A volume of a file system that has no subvolumes.
+VNStorageVolumeRef describePlainVolume(const std::string& path, int fd, const struct statfs& fs) {
+  auto volume = std::make_shared<VNStorageVolume>();
+  std::optional<std::string> mountPoint = VNPlatformSlot<VNMountTable>::get()->mountPointOfPath(path);
+  volume->identifier = std::to_string(fs.f_fsid.__val[0]) + "-" + std::to_string(fs.f_fsid.__val[1]);
+  volume->containerIdentifier = volume->identifier;
+  volume->diskType = fs.f_type == EXT4_SUPER_MAGIC ? "ext4"
+                     : fs.f_type == XFS_SUPER_MAGIC ? "xfs"
+                     : fs.f_type == TMPFS_MAGIC     ? "tmpfs"
+                                                    : "other";
+  volume->pathInContainer = "/";
+  volume->mountPoint = mountPoint;
+  unsigned flags = 0;
+  VNUniqueFd top(mountPoint ? ::open(mountPoint->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1);
+  if (::ioctl(top ? top.get() : fd, FS_IOC_GETFLAGS, &flags) == 0) volume->caseSensitive = !(flags & kCasefoldFlag);
+  return volume;
+}
+
+class LinuxStorageService final : public VNStorageService {
+ public:
+  VNStorageVolumeRef volumeForPath(const std::string& path) override {
+    VNUniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct statfs fs {};
+    if (!fd || ::fstatfs(fd.get(), &fs) != 0) return nullptr;
+    if (fs.f_type != BTRFS_SUPER_MAGIC) return describePlainVolume(path, fd.get(), fs);
+    std::optional<std::string> uuid = VNBtrfsUUID(fd.get());
+    std::uint64_t id = 0;
+    SubvolumeInfo info {};
+    if (!uuid || btrfs_util_subvolume_id_fd(fd.get(), &id) != BTRFS_UTIL_OK ||
+        btrfs_util_subvolume_info_fd(fd.get(), id, &info) != BTRFS_UTIL_OK)
+      return nullptr;
+    std::vector<VNBtrfsMount> mounts = VNBtrfsMountsOf(*uuid);
+    std::string pathInContainer = containerPathOf(fd.get(), id);
+    return describeSubvolume(*uuid, pathInContainer, info, mounts, VNBtrfsReachablePath(mounts, pathInContainer));
+  }
+
+  std::vector<VNStorageVolumeRef> containerVolumes(const VNStorageVolume& volume) override {
+    if (!volume.isSubvolume) return {std::make_shared<VNStorageVolume>(volume)};
+    std::vector<VNBtrfsMount> mounts = VNBtrfsMountsOf(volume.containerIdentifier);
+    if (mounts.empty()) return {};
+    VNUniqueFd fd(::open(mounts.front().target.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd) return {};
+    std::vector<std::pair<std::string, SubvolumeInfo>> found;
+    SubvolumeInfo top {};
+    if (btrfs_util_subvolume_info_fd(fd.get(), kTopSubvolume, &top) == BTRFS_UTIL_OK) found.emplace_back("/", top);
+    listSubvolumes(fd.get(), found);
+    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.second.id < b.second.id; });
+    return describeAll(volume.containerIdentifier, found, mounts);
+  }
+
+ private:
+  static void listSubvolumes(int fd, std::vector<std::pair<std::string, SubvolumeInfo>>& found) {
+    btrfs_util_subvolume_iterator* iter = nullptr;
+    if (btrfs_util_create_subvolume_iterator_fd(fd, kTopSubvolume, 0, &iter) != BTRFS_UTIL_OK) return;
+    char* path = nullptr;
+    SubvolumeInfo info {};
+    while (btrfs_util_subvolume_iterator_next_info(iter, &path, &info) == BTRFS_UTIL_OK) {
+      found.emplace_back("/" + std::string(path), info);
+      std::free(path);
+    }
+    btrfs_util_destroy_subvolume_iterator(iter);
+  }
+
+  // Attributes of subvolumes no mount reaches are read through one private
+  // read-only mount of the file system's top, made only when needed.
+  static std::vector<VNStorageVolumeRef> describeAll(
+      const std::string& uuid, const std::vector<std::pair<std::string, SubvolumeInfo>>& found,
+      const std::vector<VNBtrfsMount>& mounts) {
+    std::unique_ptr<VNBtrfsTopMount> top;
+    bool triedTop = false;
+    std::vector<VNStorageVolumeRef> volumes;
+    for (const auto& [path, info] : found) {
+      std::optional<std::string> reachable = VNBtrfsReachablePath(mounts, path);
+      if (!reachable && !triedTop) {
+        triedTop = true;
+        top = VNBtrfsTopMount::mount(mounts.front().source);
+      }
+      if (!reachable && top) reachable = top->path() + (path == "/" ? "" : path);
+      volumes.push_back(describeSubvolume(uuid, path, info, mounts, reachable));
+    }
+    return volumes;
+  }
+};
+
+}  // namespace
+
+std::shared_ptr<VNStorageService> VNStorageService::makeDefault() { return std::make_shared<LinuxStorageService>(); }
