@@ -40,8 +40,27 @@ struct Container {
   ~Container() { std::system(("umount " + mount + "; rm -rf " + folder).c_str()); }
 };
 
+Container& container() {
+  static Container instance;
+  return instance;
+}
+
+void BM_Volume(benchmark::State& state) {
+  auto service = VNPlatformSlot<VNStorageService>::get();
+  std::string path = container().mount + "/d" + std::to_string(kPairs);
+  for (auto _ : state) benchmark::DoNotOptimize(service->volumeForPath(path));
+}
+BENCHMARK(BM_Volume)->Unit(benchmark::kMillisecond);
+
+void BM_Container(benchmark::State& state) {
+  auto service = VNPlatformSlot<VNStorageService>::get();
+  VNStorageVolumeRef volume = service->volumeForPath(container().mount + "/d1");
+  for (auto _ : state) benchmark::DoNotOptimize(service->containerVolumes(*volume));
+}
+BENCHMARK(BM_Container)->Unit(benchmark::kMillisecond);
+
 void BM_VolumeAndPartner(benchmark::State& state) {
-  static Container container;
+  Container& container = ::container();
   auto service = VNPlatformSlot<VNStorageService>::get();
   std::string path = container.mount + "/d" + std::to_string(kPairs);
   for (auto _ : state) {

@@ -17,6 +17,7 @@
 #include "platform/VNPlatformService.h"
 #include "platform/VNStorageService.h"
 #include "platform/internal/VNBtrfsMounts.h"
+#include "platform/internal/VNBtrfsSubvolumes.h"
 #include "platform/internal/VNVolumeAttributes.h"
 
 namespace {
@@ -29,47 +30,51 @@ constexpr unsigned kCasefoldFlag = 0x40000000;
 constexpr unsigned kCasefoldFlag = FS_CASEFOLD_FL;
 #endif
 
-bool isZero(const std::uint8_t (&bytes)[16]) {
-  return std::all_of(std::begin(bytes), std::end(bytes), [](std::uint8_t b) { return b == 0; });
-}
-
-std::optional<std::string> diskRoleOf(const SubvolumeInfo& info, const std::optional<std::string>& role) {
-  if (!isZero(info.parent_uuid)) return VNStorage::kDiskRoleSnapshot;
+std::optional<std::string> diskRoleOf(const VNBtrfsSubvolume& subvolume, const std::optional<std::string>& role) {
+  if (subvolume.isSnapshot) return VNStorage::kDiskRoleSnapshot;
   if (role == VNStorage::kVolumeRoleSystem) return VNStorage::kDiskRoleSystem;
   if (role == VNStorage::kVolumeRoleData) return VNStorage::kDiskRoleData;
   return std::nullopt;
 }
 
 // One subvolume, its attributes read through `reachable` when it is known.
-VNStorageVolumeRef describeSubvolume(const std::string& uuid, const std::string& pathInContainer,
-                                     const SubvolumeInfo& info,
+VNStorageVolumeRef describeSubvolume(const std::string& uuid, const VNBtrfsSubvolume& subvolume,
                                      const std::vector<VNBtrfsMount>& mounts,
                                      const std::optional<std::string>& reachable) {
   auto volume = std::make_shared<VNStorageVolume>();
-  volume->identifier = uuid + ":" + std::to_string(info.id);
+  volume->identifier = uuid + ":" + std::to_string(subvolume.id);
   volume->containerIdentifier = uuid;
   volume->diskType = VNStorage::kDiskTypeSubvolume;
-  volume->pathInContainer = pathInContainer;
+  volume->pathInContainer = subvolume.path;
   volume->isSubvolume = true;
   volume->caseSensitive = true;
-  volume->readOnly = info.flags & BTRFS_ROOT_SUBVOL_RDONLY;
-  volume->mountPoint = VNBtrfsMountPointOf(mounts, pathInContainer);
+  volume->readOnly = subvolume.readOnly;
+  volume->mountPoint = VNBtrfsMountPointOf(mounts, subvolume.path);
   if (reachable) {
     VNVolumeAttributes attributes = VNReadVolumeAttributes(*reachable);
     volume->volumeRole = attributes.role;
     volume->volumeGroup = attributes.group;
   }
-  volume->diskRole = diskRoleOf(info, volume->volumeRole);
+  volume->diskRole = diskRoleOf(subvolume, volume->volumeRole);
   return volume;
 }
 
-std::string containerPathOf(int fd, std::uint64_t id) {
-  if (id == kTopSubvolume) return "/";
+// The subvolume holding `fd`.
+std::optional<VNBtrfsSubvolume> subvolumeOf(int fd) {
+  std::uint64_t id = 0;
+  SubvolumeInfo info {};
+  if (btrfs_util_subvolume_id_fd(fd, &id) != BTRFS_UTIL_OK ||
+      btrfs_util_subvolume_info_fd(fd, id, &info) != BTRFS_UTIL_OK)
+    return std::nullopt;
+  VNBtrfsSubvolume subvolume{id, "/", (info.flags & BTRFS_ROOT_SUBVOL_RDONLY) != 0,
+                             std::any_of(std::begin(info.parent_uuid), std::end(info.parent_uuid),
+                                         [](std::uint8_t b) { return b != 0; })};
+  if (id == kTopSubvolume) return subvolume;
   char* path = nullptr;
-  if (btrfs_util_subvolume_path_fd(fd, id, &path) != BTRFS_UTIL_OK) return {};
-  std::string result = "/" + std::string(path);
+  if (btrfs_util_subvolume_path_fd(fd, id, &path) != BTRFS_UTIL_OK) return std::nullopt;
+  subvolume.path = "/" + std::string(path);
   std::free(path);
-  return result;
+  return subvolume;
 }
 
 // A volume of a file system that has no subvolumes.
@@ -98,14 +103,10 @@ class LinuxStorageService final : public VNStorageService {
     if (!fd || ::fstatfs(fd.get(), &fs) != 0) return nullptr;
     if (fs.f_type != BTRFS_SUPER_MAGIC) return describePlainVolume(path, fd.get(), fs);
     std::optional<std::string> uuid = VNBtrfsUUID(fd.get());
-    std::uint64_t id = 0;
-    SubvolumeInfo info {};
-    if (!uuid || btrfs_util_subvolume_id_fd(fd.get(), &id) != BTRFS_UTIL_OK ||
-        btrfs_util_subvolume_info_fd(fd.get(), id, &info) != BTRFS_UTIL_OK)
-      return nullptr;
+    std::optional<VNBtrfsSubvolume> subvolume = uuid ? subvolumeOf(fd.get()) : std::nullopt;
+    if (!subvolume) return nullptr;
     std::vector<VNBtrfsMount> mounts = VNBtrfsMountsOf(*uuid);
-    std::string pathInContainer = containerPathOf(fd.get(), id);
-    return describeSubvolume(*uuid, pathInContainer, info, mounts, VNBtrfsReachablePath(mounts, pathInContainer));
+    return describeSubvolume(*uuid, *subvolume, mounts, VNBtrfsReachablePath(mounts, subvolume->path));
   }
 
   std::vector<VNStorageVolumeRef> containerVolumes(const VNStorageVolume& volume) override {
@@ -114,43 +115,27 @@ class LinuxStorageService final : public VNStorageService {
     if (mounts.empty()) return {};
     VNUniqueFd fd(::open(mounts.front().target.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!fd) return {};
-    std::vector<std::pair<std::string, SubvolumeInfo>> found;
-    SubvolumeInfo top {};
-    if (btrfs_util_subvolume_info_fd(fd.get(), kTopSubvolume, &top) == BTRFS_UTIL_OK) found.emplace_back("/", top);
-    listSubvolumes(fd.get(), found);
-    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.second.id < b.second.id; });
-    return describeAll(volume.containerIdentifier, found, mounts);
+    return describeAll(volume.containerIdentifier, VNBtrfsListSubvolumes(fd.get()), mounts);
   }
 
  private:
-  static void listSubvolumes(int fd, std::vector<std::pair<std::string, SubvolumeInfo>>& found) {
-    btrfs_util_subvolume_iterator* iter = nullptr;
-    if (btrfs_util_create_subvolume_iterator_fd(fd, kTopSubvolume, 0, &iter) != BTRFS_UTIL_OK) return;
-    char* path = nullptr;
-    SubvolumeInfo info {};
-    while (btrfs_util_subvolume_iterator_next_info(iter, &path, &info) == BTRFS_UTIL_OK) {
-      found.emplace_back("/" + std::string(path), info);
-      std::free(path);
-    }
-    btrfs_util_destroy_subvolume_iterator(iter);
-  }
-
   // Attributes of subvolumes no mount reaches are read through one private
   // read-only mount of the file system's top, made only when needed.
-  static std::vector<VNStorageVolumeRef> describeAll(
-      const std::string& uuid, const std::vector<std::pair<std::string, SubvolumeInfo>>& found,
-      const std::vector<VNBtrfsMount>& mounts) {
+  static std::vector<VNStorageVolumeRef> describeAll(const std::string& uuid,
+                                                     const std::vector<VNBtrfsSubvolume>& subvolumes,
+                                                     const std::vector<VNBtrfsMount>& mounts) {
     std::unique_ptr<VNBtrfsTopMount> top;
     bool triedTop = false;
     std::vector<VNStorageVolumeRef> volumes;
-    for (const auto& [path, info] : found) {
+    for (const VNBtrfsSubvolume& subvolume : subvolumes) {
+      const std::string& path = subvolume.path;
       std::optional<std::string> reachable = VNBtrfsReachablePath(mounts, path);
       if (!reachable && !triedTop) {
         triedTop = true;
         top = VNBtrfsTopMount::mount(mounts.front().source);
       }
       if (!reachable && top) reachable = top->path() + (path == "/" ? "" : path);
-      volumes.push_back(describeSubvolume(uuid, path, info, mounts, reachable));
+      volumes.push_back(describeSubvolume(uuid, subvolume, mounts, reachable));
     }
     return volumes;
   }
