@@ -3,9 +3,9 @@
 #include <cctype>
 #include <cinttypes>
 #include <cmath>
-#include <ctime>
 
 #include "foundation/VNFormat.h"
+#include "foundation/internal/VNDateText.h"
 
 namespace {
 
@@ -31,16 +31,6 @@ std::string quoted(const std::string& s) {
   return out + "\"";
 }
 
-std::string dateText(const VNValue::Date& date) {
-  double unix = date.unixTime();
-  std::time_t t = static_cast<std::time_t>(std::floor(unix));
-  std::tm tm{};
-  gmtime_r(&t, &tm);
-  char buffer[64];
-  std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S +0000", &tm);
-  return buffer;
-}
-
 void describe(const VNValue& value, int depth, bool nested, std::string& out) {
   const std::string indent(static_cast<size_t>(depth) * 4, ' ');
   const std::string inner(static_cast<size_t>(depth + 1) * 4, ' ');
@@ -63,7 +53,7 @@ void describe(const VNValue& value, int depth, bool nested, std::string& out) {
       return;
     }
     case VNValue::Kind::Date:
-      out += dateText(*value.asDate());
+      out += VNDateText(*value.asDate(), "%Y-%m-%d %H:%M:%S +0000");
       return;
     case VNValue::Kind::Data: {
       const auto& data = *value.asData();

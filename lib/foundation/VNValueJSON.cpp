@@ -1,9 +1,9 @@
 // JSON rendering of property-list values, for the command-line tool's --json.
 #include <cmath>
-#include <ctime>
 
 #include "foundation/VNFormat.h"
 #include "foundation/VNValue.h"
+#include "foundation/internal/VNDateText.h"
 
 namespace {
 
@@ -39,15 +39,6 @@ std::string base64(const VNValue::Data& data) {
   return out;
 }
 
-std::string isoDate(const VNValue::Date& date) {
-  std::time_t t = static_cast<std::time_t>(std::floor(date.unixTime()));
-  std::tm tm{};
-  gmtime_r(&t, &tm);
-  char buffer[32];
-  std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%SZ", &tm);
-  return buffer;
-}
-
 void render(const VNValue& value, bool pretty, int depth, std::string& out) {
   const std::string newline = pretty ? "\n" : "";
   const std::string pad = pretty ? std::string(static_cast<size_t>(depth + 1) * 2, ' ') : "";
@@ -62,7 +53,7 @@ void render(const VNValue& value, bool pretty, int depth, std::string& out) {
       return;
     }
     case VNValue::Kind::String: appendString(out, *value.asString()); return;
-    case VNValue::Kind::Date: appendString(out, isoDate(*value.asDate())); return;
+    case VNValue::Kind::Date: appendString(out, VNDateText(*value.asDate(), "%Y-%m-%dT%H:%M:%SZ")); return;
     case VNValue::Kind::Data: appendString(out, base64(*value.asData())); return;
     case VNValue::Kind::Array: {
       const auto& items = *value.asArray();

@@ -116,6 +116,25 @@ bool isPlistText(std::string_view text) {
   return true;
 }
 
+// Reads a string or key node. libplist's copying accessor asserts that the
+// stored length equals the C length, which a hostile binary list breaks with
+// an embedded NUL; the pointer accessor hands the stored length over instead,
+// and such strings are refused here.
+bool textFromNode(plist_t node, std::string& out) {
+  if (plist_get_node_type(node) == PLIST_KEY) {
+    char* raw = nullptr;
+    plist_get_key_val(node, &raw);
+    std::unique_ptr<char, MallocFree> key(raw);
+    out = key ? key.get() : "";
+    return isPlistText(out);
+  }
+  uint64_t length = 0;
+  const char* text = plist_get_string_ptr(node, &length);
+  if (!text) return false;
+  out.assign(text, length);
+  return isPlistText(out);
+}
+
 bool dictToValue(plist_t node, int depth, VNValue& out) {
   VNValue::Dictionary dict;
   plist_dict_iter iter = nullptr;
@@ -164,11 +183,8 @@ bool toValue(plist_t node, int depth, VNValue& out) {
     }
     case PLIST_STRING:
     case PLIST_KEY: {
-      char* raw = nullptr;
-      plist_get_node_type(node) == PLIST_STRING ? plist_get_string_val(node, &raw) : plist_get_key_val(node, &raw);
-      std::unique_ptr<char, MallocFree> s(raw);
-      std::string text(s ? s.get() : "");
-      if (!isPlistText(text)) return false;
+      std::string text;
+      if (!textFromNode(node, text)) return false;
       out = VNValue(std::move(text));
       return true;
     }

@@ -61,3 +61,14 @@ TEST(VNValueDescription, JSONEscapesAndRendersEveryKind) {
             "\"t\":\"1970-01-01T00:00:00Z\"}");
   EXPECT_EQ(VNValue::array().jsonString(true), "[]");
 }
+
+// A read file may hold any double as a date; those beyond the calendar are
+// written as seconds rather than converted to a time out of range.
+TEST(VNValueDescription, DatesBeyondTheCalendarAreWrittenAsSeconds) {
+  const double beyond[] = {5.6e141, -5.6e141, std::numeric_limits<double>::infinity()};
+  for (double seconds : beyond) {
+    VNValue date(VNValue::Date{seconds});
+    EXPECT_NE(date.description().find(" s from 2001-01-01"), std::string::npos) << seconds;
+    EXPECT_NE(date.jsonString().find(" s from 2001-01-01"), std::string::npos) << seconds;
+  }
+}
