@@ -2,10 +2,23 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 
 #include "foundation/VNError.h"
 #include "foundation/VNExport.h"
 #include "foundation/VNFileURL.h"
+#include "foundation/VNValue.h"
+
+class VNUVersion;
+
+// Whether the data template on a data volume belongs to the system on its
+// system volume.
+enum VNUTemplateSyncState : std::uint64_t {
+  VNUTemplateSyncStateInSync = 0,
+  VNUTemplateSyncStateOutOfSync = 1,
+  VNUTemplateSyncStateNoTemplateReceipt = 2,
+  VNUTemplateSyncStateNoSystemVersion = 3,
+};
 
 // Populates a data volume from the data template of its system volume in one
 // call. Class methods only; nothing is kept between calls.
@@ -52,6 +65,28 @@ class VN_EXPORT VNUDataTemplateUtilities {
   // same relative path below `dstPath`, never following a symbolic link on
   // the destination. Missing destination items are logged and skipped; a
   // source folder that can't be walked succeeds with nothing done.
+  // The product version and build in the version file below `mountPoint`;
+  // null for an empty URL or a version file that cannot be read as a
+  // property-list dictionary. Absent keys leave their fields empty.
+  static std::shared_ptr<VNUVersion> systemVersionForMountPoint(const VNFileURL& mountPoint);
+
+  // The tetherlinks joining the volume rooted at `volume` to its partner, as
+  // dictionaries with VNUDTTetherlinkSourceKey and
+  // VNUDTTetherlinkDestinationKey: with `liveResolution`, the bind mounts
+  // that join them now; without, the volume's definitions as written. Never
+  // fails (an empty array) and never writes `error`. Paths that are not
+  // UTF-8 are kept byte for byte.
+  static VNValue::Array parseTetherlinkManifestForVolume(const VNFileURL& volume, bool liveResolution,
+                                                         VNError* error = nullptr);
+  static VNValue::Array parseTetherlinkManifestForVolume(const VNFileURL& volume, VNError* error = nullptr);
+
+  // Compares the template receipt below `dataRoot` with the version file
+  // below `systemRoot`: the version file first (missing, unreadable or
+  // empty: NoSystemVersion), then the receipt (NoTemplateReceipt), then
+  // product version and build. An empty `systemRoot` means "/", an empty
+  // `dataRoot` the system root.
+  static VNUTemplateSyncState determineTemplateSyncBetween(const VNFileURL& systemRoot, const VNFileURL& dataRoot);
+
   static bool _forceAttributesOfSrcPath(const VNFileURL& srcPath, const VNFileURL& dstPath,
                                         VNError* error = nullptr);
 };
