@@ -31,9 +31,11 @@ class VNPlatformSlot {
     std::mutex mutex;
     std::shared_ptr<Service> current;
   };
+  // Never destroyed: threads still running while the process exits may
+  // look a service up after static destructors have run.
   static State& state() {
-    static State instance;
-    return instance;
+    static State* instance = new State;
+    return *instance;
   }
 };
 

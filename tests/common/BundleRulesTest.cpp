@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <mutex>
 #include <set>
 #include <string>
 #include <thread>
@@ -15,6 +14,7 @@
 #include "platform/VNPlatformService.h"
 #include "platform/VNSystemLog.h"
 #include "platform/VNTypeService.h"
+#include "support/VNLogCapture.h"
 #include "support/VNLoopImage.h"
 #include "support/VNTestDir.h"
 
@@ -30,20 +30,12 @@ void writePlist(const std::string& path, VNValue::Dictionary values) {
   ASSERT_TRUE(VNValue(std::move(values)).writePropertyListFile(path, VNValue::Format::XML)) << path;
 }
 
-// Records what reaches the system log.
-class CapturingLog final : public VNSystemLog {
- public:
-  bool isLevelEnabled(Level, std::string_view, std::string_view) override { return true; }
-  void log(Level level, std::string_view, std::string_view, std::string_view text) override {
-    std::lock_guard lock(mutex_);
-    lines.emplace_back(level, std::string(text));
-  }
-  void syslog(int, std::string_view text) override { log(Level::Default, {}, {}, text); }
-  std::vector<std::pair<Level, std::string>> lines;
-
- private:
-  std::mutex mutex_;
-};
+// What reached the system log while `capture` lived, as level and text.
+std::vector<std::pair<VNSystemLog::Level, std::string>> lines(VNLogCapture& capture) {
+  std::vector<std::pair<VNSystemLog::Level, std::string>> out;
+  for (const auto& entry : capture.systemLog().entries()) out.emplace_back(entry.level, entry.text);
+  return out;
+}
 
 // A type service that tags every item with one set of values.
 class FixedTypes final : public VNTypeService {
@@ -170,13 +162,12 @@ TEST(PathIsBundle, PackageFlagAndApplicationTypeWin) {
 
 TEST(BundleIsPlatformBinary, OnlyTrustedRecordsWithAnExecutable) {
   if (::geteuid() != 0) GTEST_SKIP() << "skipped: trusted signature records must be owned by root";
-  auto log = std::make_shared<CapturingLog>();
-  VNPlatformOverride<VNSystemLog> logOverride(log);
   VNTestDir dir;
+  VNLogCapture capture(dir / "migration.log");
   std::string bundle = makeSignedBundle(dir.path(), "Tool.app");
   EXPECT_EQ(VN_bundleIsPlatformBinary(url(bundle)), true);
-  ASSERT_FALSE(log->lines.empty());
-  EXPECT_EQ(log->lines.back().second, "Platform Binary: Found platform signature at path: " + bundle);
+  ASSERT_FALSE(lines(capture).empty());
+  EXPECT_EQ(lines(capture).back().second, "Platform Binary: Found platform signature at path: " + bundle);
 
   // Anyone may write a group-writable record: its platform identifier is ignored.
   ASSERT_EQ(::chmod((bundle + "/Contents/Signature.plist").c_str(), 0664), 0);
@@ -192,26 +183,25 @@ TEST(BundleIsPlatformBinary, OnlyTrustedRecordsWithAnExecutable) {
 }
 
 TEST(BundleIsPlatformBinary, UnsignedIsNeverTrue) {
-  auto log = std::make_shared<CapturingLog>();
-  VNPlatformOverride<VNSystemLog> logOverride(log);
   VNTestDir dir;
+  VNLogCapture capture(dir / "migration.log");
   makeDir(dir / "Plain.app");
   EXPECT_EQ(VN_bundleIsPlatformBinary(url(dir / "Plain.app")), false);
   VNWriteTestFile(dir / "file", "x");
   EXPECT_EQ(VN_bundleIsPlatformBinary(url(dir / "file")), false);
-  EXPECT_TRUE(log->lines.empty());
+  EXPECT_TRUE(lines(capture).empty());
 
   EXPECT_EQ(VN_bundleIsPlatformBinary(url(dir / "missing.app")), std::nullopt);
-  ASSERT_EQ(log->lines.size(), 1u);
-  EXPECT_EQ(log->lines[0].first, VNSystemLog::Level::Error);
-  EXPECT_EQ(log->lines[0].second,
+  ASSERT_EQ(lines(capture).size(), 1u);
+  EXPECT_EQ(lines(capture)[0].first, VNSystemLog::Level::Error);
+  EXPECT_EQ(lines(capture)[0].second,
             "Platform Binary: Could not create code from path (OSS 2): " + dir / "missing.app");
 
   makeDir(dir / "Broken.app");
   VNWriteTestFile(dir / "Broken.app/Signature.plist", "<plist><dict><key>");
   EXPECT_EQ(VN_bundleIsPlatformBinary(url(dir / "Broken.app")), std::nullopt);
-  ASSERT_EQ(log->lines.size(), 2u);
-  EXPECT_EQ(log->lines[1].second,
+  ASSERT_EQ(lines(capture).size(), 2u);
+  EXPECT_EQ(lines(capture)[1].second,
             "Platform Binary: Sigilread failed (OSS 22): " + dir / "Broken.app");
 }
 
