@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 
 #include "foundation/VNUniqueFd.h"
 #include "platform/VNMountTable.h"
@@ -111,19 +112,33 @@ class LinuxStorageService final : public VNStorageService {
 
   std::vector<VNStorageVolumeRef> containerVolumes(const VNStorageVolume& volume) override {
     if (!volume.isSubvolume) return {std::make_shared<VNStorageVolume>(volume)};
+    return describeContainer(volume, [](const std::optional<std::string>&) { return true; });
+  }
+
+  std::vector<VNStorageVolumeRef> groupVolumes(const VNStorageVolume& volume) override {
+    if (!volume.isSubvolume || !volume.volumeGroup) return {};
+    return describeContainer(volume, [&](const std::optional<std::string>& reachable) {
+      return reachable && VNReadVolumeGroup(*reachable) == volume.volumeGroup;
+    });
+  }
+
+ private:
+  // Whether to describe a subvolume, given the path that reaches it.
+  using Filter = std::function<bool(const std::optional<std::string>& reachable)>;
+
+  static std::vector<VNStorageVolumeRef> describeContainer(const VNStorageVolume& volume, const Filter& keep) {
     std::vector<VNBtrfsMount> mounts = VNBtrfsMountsOf(volume.containerIdentifier);
     if (mounts.empty()) return {};
     VNUniqueFd fd(::open(mounts.front().target.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!fd) return {};
-    return describeAll(volume.containerIdentifier, VNBtrfsListSubvolumes(fd.get()), mounts);
+    return describeAll(volume.containerIdentifier, VNBtrfsListSubvolumes(fd.get()), mounts, keep);
   }
 
- private:
   // Attributes of subvolumes no mount reaches are read through one private
   // read-only mount of the file system's top, made only when needed.
   static std::vector<VNStorageVolumeRef> describeAll(const std::string& uuid,
                                                      const std::vector<VNBtrfsSubvolume>& subvolumes,
-                                                     const std::vector<VNBtrfsMount>& mounts) {
+                                                     const std::vector<VNBtrfsMount>& mounts, const Filter& keep) {
     std::unique_ptr<VNBtrfsTopMount> top;
     bool triedTop = false;
     std::vector<VNStorageVolumeRef> volumes;
@@ -135,6 +150,7 @@ class LinuxStorageService final : public VNStorageService {
         top = VNBtrfsTopMount::mount(mounts.front().source);
       }
       if (!reachable && top) reachable = top->path() + (path == "/" ? "" : path);
+      if (!keep(reachable)) continue;
       volumes.push_back(describeSubvolume(uuid, subvolume, mounts, reachable));
     }
     return volumes;

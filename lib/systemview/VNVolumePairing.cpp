@@ -17,7 +17,7 @@ VNStorageVolumeRef getPairedVolumeWithRole(const VNStorageVolumeRef& volume, std
   if (!volume) return nullptr;
   std::string_view wanted = volumeRoleFor(role);
   if (volume->volumeRole == wanted || !volume->volumeGroup) return nullptr;
-  for (const VNStorageVolumeRef& other : VNPlatformSlot<VNStorageService>::get()->containerVolumes(*volume))
+  for (const VNStorageVolumeRef& other : VNPlatformSlot<VNStorageService>::get()->groupVolumes(*volume))
     if (other->volumeGroup == volume->volumeGroup && other->volumeRole == wanted) return other;
   return nullptr;
 }

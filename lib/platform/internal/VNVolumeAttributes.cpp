@@ -34,10 +34,15 @@ std::optional<std::string> attribute(const std::string& path, const char* name) 
 
 }  // namespace
 
+std::optional<std::string> VNReadVolumeGroup(const std::string& path) {
+  std::optional<std::string> group = attribute(path, VNStorage::kGroupAttribute);
+  return group ? VNParseVolumeGroup(*group) : std::nullopt;
+}
+
 VNVolumeAttributes VNReadVolumeAttributes(const std::string& path) {
   VNVolumeAttributes attributes;
   if (auto role = attribute(path, VNStorage::kRoleAttribute)) attributes.role = VNParseVolumeRole(*role);
-  if (auto group = attribute(path, VNStorage::kGroupAttribute)) attributes.group = VNParseVolumeGroup(*group);
+  attributes.group = VNReadVolumeGroup(path);
   return attributes;
 }
 

@@ -18,5 +18,7 @@ struct VNVolumeAttributes {
 // The attributes of the folder at `path` itself (a link is not followed);
 // none when they cannot be read.
 VNVolumeAttributes VNReadVolumeAttributes(const std::string& path);
+// The group alone.
+std::optional<std::string> VNReadVolumeGroup(const std::string& path);
 // Records them on the folder open at `fd`; 0 or an errno.
 int VNWriteVolumeAttributes(int fd, const std::string& role, const std::string& group);
