@@ -12,6 +12,7 @@
 
 #include "foundation/VNFileURL.h"
 #include "foundation/VNFormat.h"
+#include "foundation/VNUTF8.h"
 
 namespace {
 
@@ -24,37 +25,49 @@ struct FreeDeleter {
   void operator()(utf8proc_uint8_t* p) const { std::free(p); }
 };
 
-// The canonical decomposition of `text` as UTF-16 code units; empty when
-// `text` is not valid UTF-8. ASCII decomposes to itself.
-std::optional<std::u16string> decomposedUTF16(std::string_view text) {
-  std::u16string units;
-  if (isASCII(text)) {
-    units.assign(text.begin(), text.end());
-    return units;
+void appendUTF16(std::u16string& units, utf8proc_int32_t cp) {
+  if (cp < 0x10000) {
+    units.push_back(static_cast<char16_t>(cp));
+    return;
+  }
+  cp -= 0x10000;
+  units.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
+  units.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
+}
+
+// Appends the canonical decomposition of valid UTF-8 `run` as UTF-16.
+void appendDecomposed(std::u16string& units, std::string_view run) {
+  if (isASCII(run)) {
+    units.append(run.begin(), run.end());
+    return;
   }
   utf8proc_uint8_t* raw = nullptr;
   utf8proc_ssize_t length =
-      utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-                   static_cast<utf8proc_ssize_t>(text.size()), &raw,
+      utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(run.data()),
+                   static_cast<utf8proc_ssize_t>(run.size()), &raw,
                    static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_DECOMPOSE));
   std::unique_ptr<utf8proc_uint8_t, FreeDeleter> decomposed(raw);
-  if (length < 0) return std::nullopt;
-  units.reserve(static_cast<size_t>(length));
   for (utf8proc_ssize_t i = 0; i < length;) {
     utf8proc_int32_t cp = 0;
     i += utf8proc_iterate(decomposed.get() + i, length - i, &cp);
-    if (cp < 0x10000) {
-      units.push_back(static_cast<char16_t>(cp));
-    } else {
-      cp -= 0x10000;
-      units.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
-      units.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
-    }
+    appendUTF16(units, cp);
+  }
+}
+
+// The canonical decomposition of `text` as UTF-16 code units: valid UTF-8
+// runs decomposed, each byte outside them as its escaped lone surrogate.
+std::u16string decomposedUTF16(std::string_view text) {
+  std::u16string units;
+  units.reserve(text.size());
+  for (size_t at = 0; at < text.size();) {
+    size_t run = VNUTF8ValidLength(text.substr(at));
+    appendDecomposed(units, text.substr(at, run));
+    at += run;
+    if (at < text.size()) units.push_back(VNUTF8EscapedByte(static_cast<unsigned char>(text[at++])));
   }
   return units;
 }
 
-bool isLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
 bool isHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 
 void appendUTF8(std::string& out, char32_t cp) {
@@ -63,12 +76,17 @@ void appendUTF8(std::string& out, char32_t cp) {
   out.append(reinterpret_cast<const char*>(bytes.data()), static_cast<size_t>(n));
 }
 
-// UTF-8 of well-formed UTF-16 `units` (as decomposedUTF16 makes them).
+// The bytes decomposedUTF16 stands for: UTF-8 of the characters, each
+// escaped byte as itself.
 std::string toUTF8(std::u16string_view units) {
   std::string out;
   out.reserve(units.size());
   for (size_t i = 0; i < units.size(); ++i) {
     char32_t cp = units[i];
+    if (VNUTF8IsEscapedByte(cp)) {
+      out += static_cast<char>(cp & 0xFF);
+      continue;
+    }
     if (isHighSurrogate(units[i]) && i + 1 < units.size()) {
       cp = 0x10000 + ((cp - 0xD800) << 10) + (units[i + 1] - 0xDC00);
       ++i;
@@ -105,24 +123,22 @@ namespace VNUtilities {
 bool VN_hasPrefix(std::string_view string, std::string_view prefix) {
   auto whole = decomposedUTF16(string);
   auto head = decomposedUTF16(prefix);
-  if (!whole || !head) return false;
-  return whole->size() >= head->size() && std::equal(head->begin(), head->end(), whole->begin());
+  return whole.size() >= head.size() && std::equal(head.begin(), head.end(), whole.begin());
 }
 
 bool VN_hasSuffix(std::string_view string, std::string_view suffix) {
   auto whole = decomposedUTF16(string);
   auto tail = decomposedUTF16(suffix);
-  if (!whole || !tail || tail->empty()) return false;
-  return whole->size() >= tail->size() && std::equal(tail->rbegin(), tail->rend(), whole->rbegin());
+  if (tail.empty()) return false;
+  return whole.size() >= tail.size() && std::equal(tail.rbegin(), tail.rend(), whole.rbegin());
 }
 
 std::string VN_stringByRemovingPrefix(std::string_view string, std::string_view prefix) {
   auto whole = decomposedUTF16(string);
-  auto head = decomposedUTF16(prefix);
-  if (!whole || !head || head->size() > whole->size()) return {};
-  size_t start = head->size();
-  if (start < whole->size() && isLowSurrogate((*whole)[start])) ++start;
-  return toUTF8(std::u16string_view(*whole).substr(start));
+  size_t start = decomposedUTF16(prefix).size();
+  if (start > whole.size()) return {};
+  if (start > 0 && start < whole.size() && isHighSurrogate(whole[start - 1])) ++start;
+  return toUTF8(std::u16string_view(whole).substr(start));
 }
 
 std::string VN_stringWithTrailingSlash(std::string_view string) {

@@ -14,19 +14,23 @@ namespace VNUtilities {
 // Prefix and suffix tests in canonical decomposition (NFD): both strings are
 // decomposed and compared UTF-16 code unit by code unit, so a precomposed
 // "é" and "e" followed by a combining acute accent compare equal. Case, width
-// and compatibility forms are not folded. A string that is not valid UTF-8
-// makes the test false.
-
+// and compatibility forms are not folded.
+// Strings need not be UTF-8 (file names are bytes): each maximal run of
+// valid UTF-8 is decomposed on its own, and each byte outside such a run
+// stands for itself as the lone surrogate U+DC00 plus the byte, which no
+// character has. So such bytes match only the same bytes, never a character,
+// and "/Volumes/Data/\xff" begins with "/Volumes/Data".
 // An empty prefix is always found.
 VN_EXPORT bool VN_hasPrefix(std::string_view string, std::string_view prefix);
 // An empty suffix is never found.
 VN_EXPORT bool VN_hasSuffix(std::string_view string, std::string_view suffix);
 
 // The decomposed `string` less as many leading UTF-16 code units as the
-// decomposed `prefix` has, in UTF-8. Whether `string` begins with `prefix` is
-// not tested (callers ask VN_hasPrefix first). A character whose first unit
-// falls among the removed ones is removed whole (half a surrogate pair has no
-// UTF-8 form). Empty when `prefix` is the longer or either is not valid UTF-8.
+// decomposed `prefix` has, in UTF-8, with bytes outside UTF-8 kept as they
+// were. Whether `string` begins with `prefix` is not tested (callers ask
+// VN_hasPrefix first). A character whose first unit falls among the removed
+// ones is removed whole (half a surrogate pair has no UTF-8 form). Empty when
+// `prefix` is the longer.
 VN_EXPORT std::string VN_stringByRemovingPrefix(std::string_view string, std::string_view prefix);
 
 // `string` ending in exactly the "/" it had, or with "/" appended; "" gives "/".

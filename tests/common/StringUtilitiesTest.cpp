@@ -40,13 +40,33 @@ TEST(StringCompare, SuffixOfEmptyIsNeverFound) {
   EXPECT_FALSE(VN_hasSuffix("e", "/e"));
 }
 
-TEST(StringCompare, InvalidUTF8IsNeverAMatch) {
-  for (const std::string& bad : {kInvalid, kOverlong, kSurrogate, std::string("\xFF")}) {
-    EXPECT_FALSE(VN_hasPrefix(bad, "")) << bad;
-    EXPECT_FALSE(VN_hasPrefix("ab", bad)) << bad;
-    EXPECT_FALSE(VN_hasSuffix(bad, bad)) << bad;
-    EXPECT_EQ(VN_stringByRemovingPrefix(bad, "a"), "") << bad;
-    EXPECT_EQ(VN_stringByRemovingPrefix("abc", bad), "") << bad;
+// Bytes outside UTF-8 compare as themselves, never as a character, while
+// the valid runs around them are still compared decomposed.
+TEST(StringCompare, BytesOutsideUTF8CompareAsBytes) {
+  struct Case {
+    std::string string, prefix;
+    bool hasPrefix, hasSuffix;
+    std::string removed;
+  };
+  const Case cases[] = {
+      {"/Volumes/Data/\xFF", "/Volumes/Data", true, false, "/\xFF"},
+      {"/Volumes/Data/\xFF", "/\xFF", false, true, "olumes/Data/\xFF"},
+      {"\xFF", "\xFF", true, true, ""},
+      {"\xFF", "\xFE", false, false, ""},
+      {"\xFF" + kPrecomposed, "\xFF" + kDecomposed, true, true, ""},
+      {kPrecomposed + "\xFF", kDecomposed, true, false, "\xFF"},
+      {kInvalid + "/x", "ab", true, false, "\xC3/x"},
+      {kInvalid, "ab\xC3\xA9", false, false, ""},
+      {kOverlong, "/", false, false, "\xAF"},
+      {kSurrogate, kSurrogate, true, true, ""},
+      {"\xC3\x80", "\xC3", false, false, "\xCC\x80"},  // "À" is not its first byte
+      {kGClef + "\xDC", kGClef, true, false, "\xDC"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.string) + " / " + testing::PrintToString(c.prefix));
+    EXPECT_EQ(VN_hasPrefix(c.string, c.prefix), c.hasPrefix);
+    EXPECT_EQ(VN_hasSuffix(c.string, c.prefix), c.hasSuffix);
+    EXPECT_EQ(VN_stringByRemovingPrefix(c.string, c.prefix), c.removed);
   }
 }
 
@@ -133,6 +153,9 @@ TEST(PathRefersToFSRoot, CountsComponentsWithSeparators) {
   EXPECT_FALSE(VN_pathRefersToFSRoot("/Users/.."));
   EXPECT_TRUE(VN_pathRefersToFSRoot("/name\nwith newline/"));
   EXPECT_FALSE(VN_pathRefersToFSRoot("/" + std::string(5000, 'x') + "/y"));
+  for (const char* yes : {"/\xFF", "\xFF/", "/\xFF/", "/Users\xC3", "\xFF"})
+    EXPECT_TRUE(VN_pathRefersToFSRoot(yes)) << yes;
+  EXPECT_FALSE(VN_pathRefersToFSRoot("/\xFF/a"));
 }
 
 TEST(Sha256Hash, KnownDigests) {

@@ -163,4 +163,6 @@ TEST(URLRefersToFSRoot, UsesThePathWithoutTrailingSeparator) {
   EXPECT_TRUE(VN_pathRefersToFSRoot(url("/")));
   EXPECT_TRUE(VN_pathRefersToFSRoot(url("/Users/")));
   EXPECT_FALSE(VN_pathRefersToFSRoot(url("/Users/a/")));
+  EXPECT_TRUE(VN_pathRefersToFSRoot(url("/\xFF/")));
+  EXPECT_TRUE(VN_pathRefersToFSRoot(url("/Users\xC3")));
 }
