@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "foundation/VNUniqueFd.h"
+#include "platform/internal/VNReadBeneath.h"
 #include "platform/VNBundleService.h"
 
 extern "C" {
@@ -62,8 +63,26 @@ std::vector<std::string> elfArchitectures(const std::string& path) {
   return {*name};
 }
 
+std::optional<VNValue> readInfoBeneath(int folderFd) {
+  for (const Layout& layout : kLayouts) {
+    auto bytes = VNReadFileBeneath(folderFd, layout.infoPath, VNBundleService::kMaxInfoBytes);
+    if (!bytes) continue;
+    auto info = VNValue::fromPropertyList({reinterpret_cast<const std::uint8_t*>(bytes->data()), bytes->size()});
+    if (info && info->asDictionary()) return info;
+  }
+  return std::nullopt;
+}
+
 class LinuxBundleService final : public VNBundleService {
  public:
+  std::optional<VNOpenedBundle> openBundle(const VNFileURL& url) override {
+    if (url.empty() || url.path().find('\0') != std::string::npos) return std::nullopt;
+    VNOpenedBundle bundle{VNUniqueFd(::open(url.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), {}};
+    if (!bundle.folder) return std::nullopt;
+    bundle.info = readInfoBeneath(bundle.folder.get());
+    return bundle;
+  }
+
   std::optional<VNValue> infoDictionary(const VNFileURL& url) override {
     for (const Layout& layout : kLayouts) {
       auto info = readInfo(url, layout);
@@ -95,5 +114,10 @@ class LinuxBundleService final : public VNBundleService {
 };
 
 }  // namespace
+
+bool VNOpenedBundle::hasItem(const char* relativePath) const {
+  struct stat item {};
+  return folder && ::fstatat(folder.get(), relativePath, &item, 0) == 0;
+}
 
 std::shared_ptr<VNBundleService> VNBundleService::makeDefault() { return std::make_shared<LinuxBundleService>(); }

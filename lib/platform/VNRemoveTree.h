@@ -12,3 +12,9 @@ class VNError;
 // missing fails with ENOENT. On failure the error names the step and the
 // path that failed, and what was removed before it stays removed.
 VN_EXPORT bool VNRemoveTree(const std::string& path, VNError* error = nullptr);
+
+// The same for the entry `name` of the folder held by `folderFd`; `path`
+// names that entry in errors. `name` is one component: a name holding "/",
+// "." or ".." fails with EINVAL.
+VN_EXPORT bool VNRemoveTreeAt(int folderFd, const std::string& name, const std::string& path,
+                              VNError* error = nullptr);

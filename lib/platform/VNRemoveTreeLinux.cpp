@@ -72,3 +72,14 @@ bool VNRemoveTree(const std::string& path, VNError* error) {
   VNSetError(error, VNError::posix(failure.code, failure.path, failure.step));
   return false;
 }
+
+bool VNRemoveTreeAt(int folderFd, const std::string& name, const std::string& path, VNError* error) {
+  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
+    VNSetError(error, VNError::posix(EINVAL, path, "remove"));
+    return false;
+  }
+  Failure failure;
+  if (removeEntry(folderFd, name.c_str(), path, &failure)) return true;
+  VNSetError(error, VNError::posix(failure.code, failure.path, failure.step));
+  return false;
+}
