@@ -2,14 +2,14 @@
 #include <cmath>
 
 #include "foundation/VNFormat.h"
+#include "foundation/VNUTF8.h"
 #include "foundation/VNValue.h"
 #include "foundation/internal/VNDateText.h"
 
 namespace {
 
-void appendString(std::string& out, const std::string& s) {
-  out += '"';
-  for (unsigned char c : s) {
+void appendText(std::string& out, std::string_view text) {
+  for (unsigned char c : text) {
     switch (c) {
       case '"': out += "\\\""; break;
       case '\\': out += "\\\\"; break;
@@ -20,6 +20,21 @@ void appendString(std::string& out, const std::string& s) {
         if (c < 0x20) out += VNFormat("\\u%04x", c);
         else out += static_cast<char>(c);
     }
+  }
+}
+
+// Valid UTF-8 is written as it is; each byte outside it as the escaped lone
+// surrogate that stands for it (docs/json.md), so the output is valid JSON
+// and every string, file names included, maps back to its bytes.
+void appendString(std::string& out, std::string_view s) {
+  out += '"';
+  for (size_t at = 0; at < s.size();) {
+    size_t run = VNUTF8ValidLength(s.substr(at));
+    appendText(out, s.substr(at, run));
+    at += run;
+    if (at == s.size()) break;
+    auto byte = static_cast<unsigned char>(s[at++]);
+    out += VNFormat("\\u%04x", static_cast<unsigned>(VNUTF8EscapedByte(byte)));
   }
   out += '"';
 }

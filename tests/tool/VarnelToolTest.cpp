@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <string>
 
 #include "support/VNLoopImage.h"
@@ -71,4 +73,46 @@ TEST(VarnelTool, SelfCheckPrintsValidJSON) {
                          &verdict),
             0)
       << verdict << "\n" << check.out;
+}
+
+// One name holding every byte a name can hold (1 to 255 but "/") goes
+// through each --json listing and maps back to the file; the text listing
+// keeps it on one line.
+TEST(VarnelTool, JSONNamesOfAnyBytesMapBackToTheFiles) {
+  VNTestDir dir;
+  std::string name;
+  for (int byte = 1; byte < 256; ++byte)
+    if (byte != '/') name += static_cast<char>(byte);
+  std::string tree = dir / "tree";
+  ASSERT_EQ(::mkdir(tree.c_str(), 0755), 0);
+  VNWriteTestFile(tree + "/" + name, "x");
+  VNWriteTestFile(tree + "/\xFF", "y");
+  ASSERT_EQ(varnel("bom create " + tree + " " + dir / "t.bom").status, 0);
+
+  ToolRun list = varnel("bom list --json " + dir / "t.bom");
+  ToolRun size = varnel("size --json " + dir / "tree/*");
+  ASSERT_EQ(list.status, 0) << list.err;
+  ASSERT_EQ(size.status, 0) << size.err;
+  VNWriteTestFile(dir / "list.json", list.out);
+  VNWriteTestFile(dir / "size.json", size.out);
+  // Python reads each escaped byte as the lone surrogate its
+  // "surrogateescape" error handler turns back into that byte.
+  VNWriteTestFile(dir / "check.py",
+                  "import json, os, sys\n"
+                  "raw = lambda s: s.encode('utf-8', 'surrogateescape')\n"
+                  "tree = sys.argv[1].encode()\n"
+                  "listed = [raw(e['path']) for e in json.load(open(sys.argv[2], 'rb'))]\n"
+                  "sized = [raw(p['path']) for p in json.load(open(sys.argv[3], 'rb'))['paths']]\n"
+                  "names = sorted(os.listdir(tree))\n"
+                  "assert sorted(n for n in listed if n != b'.') == names, listed\n"
+                  "assert sorted(os.path.basename(p) for p in sized) == names, sized\n");
+  std::string verdict;
+  EXPECT_EQ(VNRunCommand("python3 " + dir / "check.py " + tree + " " + dir / "list.json " +
+                             dir / "size.json 2>&1",
+                         &verdict),
+            0)
+      << verdict;
+
+  ToolRun text = varnel("bom list " + dir / "t.bom");
+  EXPECT_EQ(std::count(text.out.begin(), text.out.end(), '\n'), 3) << text.out;
 }

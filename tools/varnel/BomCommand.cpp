@@ -37,7 +37,7 @@ void forEachEntry(BomStore* store, Visit visit) {
 // target; "-" for a field the entry does not carry.
 void printLine(BomStore* store, const BomEntry* entry) {
   uint16_t options = bom_entry_flags(entry);
-  std::printf("%s\t%s\t%06o\t", bom_entry_path_name(entry), typeName(bom_entry_type(entry)),
+  std::printf("%s\t%s\t%06o\t", quotedName(bom_entry_path_name(entry)).c_str(), typeName(bom_entry_type(entry)),
               bom_entry_mode(entry));
   if (options & BomOptionStat)
     std::printf("%" PRIu32 "/%" PRIu32 "\t", bom_entry_uid(entry), bom_entry_gid(entry));
@@ -50,9 +50,9 @@ void printLine(BomStore* store, const BomEntry* entry) {
     std::printf("-\t");
   char group[BomHardlinkPathBufferSize];
   if (bom_entry_type(entry) == BomEntryTypeSymlink)
-    std::printf("-> %s\n", bom_entry_symlink_target(entry));
+    std::printf("-> %s\n", quotedName(bom_entry_symlink_target(entry)).c_str());
   else if (bom_entry_hardlink_path(store, entry, 0, group))
-    std::printf("link of %s\n", group);
+    std::printf("link of %s\n", quotedName(group).c_str());
   else
     std::printf("\n");
 }
@@ -105,7 +105,8 @@ int runCreate(const std::string& directory, const std::string& output) {
   }
   size_t count = 0;
   forEachEntry(store.get(), [&](const BomEntry*) { ++count; });
-  std::printf("wrote %zu entries of '%s' to '%s'\n", count, directory.c_str(), output.c_str());
+  std::printf("wrote %zu entries of %s to %s\n", count, quotedName(directory).c_str(),
+              quotedName(output).c_str());
   return kExitOK;
 }
 

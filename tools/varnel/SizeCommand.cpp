@@ -107,8 +107,8 @@ int runSize(const std::vector<std::string>& paths, bool json) {
       if (watch.interrupted()) break;
       std::error_code ec;
       if (std::filesystem::symlink_status(path, ec).type() == std::filesystem::file_type::not_found)
-        std::fprintf(stderr, "varnel: '%s' does not exist; it counts as one file of 0 bytes\n",
-                     path.c_str());
+        std::fprintf(stderr, "varnel: %s does not exist; it counts as one file of 0 bytes\n",
+                     quotedName(path).c_str());
       Measure measure{path};
       measure.bytes = sizer->directorySizeAndCount(&measure.files, VNFileURL::fileURLWithPath(path));
       // A walk that ran to its end just as Ctrl-C came is marked partial too:
@@ -129,7 +129,7 @@ int runSize(const std::vector<std::string>& paths, bool json) {
     printJSON(result);
   } else {
     for (const Measure& measure : measures)
-      std::printf("%s: %s\n", measure.path.c_str(), describe(measure).c_str());
+      std::printf("%s: %s\n", quotedName(measure.path).c_str(), describe(measure).c_str());
     if (measures.size() > 1 || total.partial) std::printf("total: %s\n", describe(total).c_str());
   }
   return total.partial ? kExitFailed : kExitOK;
