@@ -7,14 +7,13 @@
 #include "Command.h"
 #include "SystemView.h"
 #include "datatemplate/VNUDataTemplateUtilities.h"
+#include "datatemplate/internal/VNDataTemplateLocations.h"
 #include "datatemplate/VNUVersion.h"
 #include "foundation/VNError.h"
 #include "foundation/VNValue.h"
 
 namespace varnel {
 namespace {
-
-constexpr const char* kVersionFile = "System/Library/Baseworks/SystemVersion.plist";
 
 struct VersionOptions {
   std::string root;
@@ -47,7 +46,7 @@ int runVersion(const VersionOptions& options) {
   auto version = VNUDataTemplateUtilities::systemVersionForMountPoint(
       VNFileURL::fileURLWithPath(options.root, /*isDirectory=*/true));
   if (!version) {
-    std::string file = options.root + (options.root.ends_with('/') ? "" : "/") + kVersionFile;
+    std::string file = options.root + (options.root.ends_with('/') ? "" : "/") + VNDataTemplateLocations::kSystemVersionFile;
     std::fprintf(stderr, "varnel: no readable version file (a property-list dictionary) at %s\n",
                  quotedName(file).c_str());
     return kExitFailed;

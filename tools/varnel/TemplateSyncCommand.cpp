@@ -5,13 +5,11 @@
 #include "Command.h"
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "datatemplate/VNUDataTemplateUtilities.h"
+#include "datatemplate/internal/VNDataTemplateLocations.h"
 #include "foundation/VNValue.h"
 
 namespace varnel {
 namespace {
-
-constexpr const char* kVersionFile = "System/Library/Baseworks/SystemVersion.plist";
-constexpr const char* kReceiptsFolder = "Library/Veltra/System/Library/Receipts";
 
 struct SyncOptions {
   std::string systemRoot;
@@ -50,8 +48,8 @@ std::string explanation(VNUTemplateSyncState state, const std::string& versionFi
 
 int runSync(const SyncOptions& options) {
   const std::string& data = options.dataRoot.empty() ? options.systemRoot : options.dataRoot;
-  std::string versionFile = below(options.systemRoot, kVersionFile);
-  std::string receipt = below(data, std::string(kReceiptsFolder) + "/" + VNUDTTemplateReceiptIdentifier + ".plist");
+  std::string versionFile = below(options.systemRoot, VNDataTemplateLocations::kSystemVersionFile);
+  std::string receipt = below(data, std::string(VNDataTemplateLocations::kReceiptsFolder) + "/" + VNUDTTemplateReceiptIdentifier + ".plist");
   VNUTemplateSyncState state = VNUDataTemplateUtilities::determineTemplateSyncBetween(
       VNFileURL::fileURLWithPath(options.systemRoot, /*isDirectory=*/true),
       options.dataRoot.empty() ? VNFileURL() : VNFileURL::fileURLWithPath(options.dataRoot, /*isDirectory=*/true));
