@@ -73,8 +73,14 @@ TEST(TetherlinksTool, ListsDefinitionsAndNamesEveryLineItSkips) {
   EXPECT_EQ(written.status, 0) << written.err;
   EXPECT_EQ(written.out, "/Users -> Users\n");
   EXPECT_NE(written.err.find("Tetherlinks:3: "), std::string::npos) << written.err;
-  ToolRun json = varnel("tetherlinks --json " + volume.path());
-  EXPECT_EQ(json.out, "[]\n");
+  EXPECT_EQ(varnel("tetherlinks --json " + volume.path()).out, "[]\n");  // the partner is not mounted
+
+  put(volume / "System/Library/Baseworks/Tetherlinks", "partner ../data\n/b\xff\tc\n");
+  VNTestDir dir;
+  VNWriteTestFile(dir / "out.json", varnel("tetherlinks --no-live --json " + volume.path()).out);
+  std::string check = "python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); "
+                      "assert d[0][\"source\"].encode(\"utf-8\", \"surrogateescape\") == b\"/b\\xff\"' ";
+  EXPECT_EQ(VNRunCommand(check + dir / "out.json"), 0) << VNReadTestFile(dir / "out.json");
   ToolRun missing = varnel("tetherlinks " + volume / "missing");
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.err.find(volume / "missing"), std::string::npos) << missing.err;
