@@ -73,6 +73,18 @@ TEST(TetherlinkResolverTest, ReportsDefinitionsAsWrittenAndNothingForAVolumeWith
   EXPECT_TRUE(resolve(dir.path(), 0x0).empty());
   EXPECT_EQ(VNTetherlinkDefinitionProblems(dir.path()).size(), 1u);
 
+  // The same volume twice: filter 1 reports each mapping once; a callback
+  // that returns non-zero ends the iteration.
+  auto resolver = VNTetherlinkResolver::makeDefault();
+  auto group = resolver->createGroup(0x4);
+  for (int i = 0; i < 2; ++i)
+    resolver->addVolume(*group, resolver->openVolume(dir.path().c_str(), VNTetherlinkResolver::kKindDefinitions, 0));
+  for (auto [filter, stopAt, expected] : {std::tuple{0, 0, 4}, {1, 0, 2}, {0, 3, 3}}) {
+    int seen = 0;
+    resolver->iterateMappings(*group, filter, [&, stop = stopAt](const char*, const char*) { return ++seen == stop; });
+    EXPECT_EQ(seen, expected) << "filter " << filter << ", stop at " << stopAt;
+  }
+
   std::filesystem::remove(dir / kTetherlinkDefinitionsFile);
   std::filesystem::create_directory(dir / kTetherlinkDefinitionsFile);
   EXPECT_TRUE(resolve(dir.path(), 0x4).empty());
