@@ -3,6 +3,11 @@
 // read with VNStorageProbe and visited in order, then its subfolders are
 // entered one by one. On file systems that clone, most files need a second
 // request (their extents), so large folders are read by two threads.
+//
+// Trees may be far deeper than the descriptor limit. Only the deepest
+// kOpenLevels folders on the way down stay open; a closed folder is opened
+// again through ".." of its child when the walk climbs back to it, and its
+// device and inode must be the ones it had, or the rest of it is skipped.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,6 +32,8 @@ constexpr int kOpenFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC
 constexpr size_t kParallelEntries = 32;
 // Entries a thread takes at a time.
 constexpr size_t kChunk = 16;
+// Folders on the way down kept open at once.
+constexpr size_t kOpenLevels = 32;
 
 struct DirCloser {
   void operator()(DIR* dir) const { ::closedir(dir); }
@@ -134,13 +141,17 @@ class Helper {
   std::thread thread_;
 };
 
-// One open folder: its subfolders still to enter, in order.
+// One folder on the way down: its subfolders still to enter, in order. Its
+// handle is null while it is closed to save descriptors.
 struct Level {
   struct Subfolder {
     std::string name;
     std::uint64_t device;
+    std::uint64_t inode;
   };
   UniqueDir dir;
+  std::uint64_t device;
+  std::uint64_t inode;
   std::vector<Subfolder> subfolders;
   size_t next = 0;
   size_t pathLength;  // of the walk's path while inside this folder
@@ -160,11 +171,11 @@ class Walk {
       onError_(VNError::posix(errno, root, "open folder"));
       return;
     }
-    if (!enter(std::move(fd), st.st_dev)) return;
+    if (!enter(std::move(fd), st.st_dev, st.st_ino)) return;
     while (!levels_.empty()) {
       Level& level = levels_.back();
       if (level.next == level.subfolders.size()) {
-        levels_.pop_back();
+        if (!leave()) return;
         continue;
       }
       const Level::Subfolder& subfolder = level.subfolders[level.next++];
@@ -175,19 +186,45 @@ class Walk {
         if (!onError_(VNError::posix(errno, path_, "open folder"))) return;
         continue;
       }
-      if (!enter(std::move(child), subfolder.device)) return;
+      if (!enter(std::move(child), subfolder.device, subfolder.inode)) return;
     }
   }
 
  private:
   // Opens the folder at path_, visits its entries; false to stop the walk.
-  bool enter(VNUniqueFd fd, std::uint64_t device) {
+  bool enter(VNUniqueFd fd, std::uint64_t device, std::uint64_t inode) {
     bool canClone = cloneCapability(fd.get(), device);
     UniqueDir dir(::fdopendir(fd.get()));
     if (!dir) return onError_(VNError::posix(errno, path_, "open folder"));
     fd.release();
-    levels_.push_back(Level{std::move(dir), {}, 0, path_.size(), canClone});
+    levels_.push_back(Level{std::move(dir), device, inode, {}, 0, path_.size(), canClone});
+    if (levels_.size() - firstOpen_ > kOpenLevels) levels_[firstOpen_++].dir.reset();
     return visitFolder(levels_.back());
+  }
+
+  // Leaves the deepest folder, opening its parent again through ".." when it
+  // was closed; false to stop the walk.
+  bool leave() {
+    Level child = std::move(levels_.back());
+    levels_.pop_back();
+    if (levels_.empty() || levels_.size() > firstOpen_) return true;
+    firstOpen_ = levels_.size() - 1;
+    Level& parent = levels_.back();
+    path_.resize(parent.pathLength);
+    int childFd = child.dir ? ::dirfd(child.dir.get()) : -1;
+    VNUniqueFd fd(childFd < 0 ? -1 : ::openat(childFd, "..", kOpenFolderFlags));
+    struct stat st {};
+    int failure = !fd ? (childFd < 0 ? ESTALE : errno) : ::fstat(fd.get(), &st) != 0 ? errno : 0;
+    if (!failure && (st.st_dev != parent.device || st.st_ino != parent.inode)) failure = ESTALE;
+    if (!failure) {
+      parent.dir.reset(::fdopendir(fd.get()));
+      failure = parent.dir ? 0 : errno;
+      if (parent.dir) fd.release();
+    }
+    if (!failure) return true;
+    // The folder moved while the walk was below it: the rest of it is skipped.
+    parent.next = parent.subfolders.size();
+    return onError_(VNError::posix(failure, path_, "reopen folder"));
   }
 
   bool visitFolder(Level& level) {
@@ -202,7 +239,7 @@ class Walk {
     for (const Batch::Entry& entry : batch_.entries) {
       if (!visit_(entry.values)) return false;
       if (entry.values.type == VNStorageValues::Type::Directory)
-        level.subfolders.push_back({batch_.name(entry), entry.values.device});
+        level.subfolders.push_back({batch_.name(entry), entry.values.device, entry.values.inode});
     }
     return true;
   }
@@ -234,6 +271,7 @@ class Walk {
   const VNStorageUsage::Visitor& visit_;
   const VNStorageUsage::ErrorHandler& onError_;
   std::vector<Level> levels_;
+  size_t firstOpen_ = 0;  // levels below it are closed
   std::vector<std::pair<std::uint64_t, bool>> devices_;
   Batch batch_;
   Helper helper_;

@@ -73,8 +73,9 @@ class VN_EXPORT VNStorageUsage {
   // subfolders in turn. Items whose values cannot be read are visited with
   // Unknown values; folders that cannot be opened or read are reported to
   // `onError` (POSIX errors with step and path) and the walk goes on without
-  // their contents. Crosses mount points. Open descriptors grow with the
-  // depth of the tree, one per level. On file systems that clone, a second
+  // their contents. Crosses mount points. Any depth is walked with at most
+  // 32 folders open at once (a folder left is opened again through ".." of
+  // its child, and skipped, with an error, if it is no longer the same one). On file systems that clone, a second
   // thread helps read large folders; the callbacks always run on the caller's
   // thread.
   virtual void walk(const std::string& root, const Visitor& visit, const ErrorHandler& onError) = 0;

@@ -12,6 +12,7 @@
 #include "platform/VNSystemLog.h"
 #include "sizing/VNPathSizer.h"
 #include "support/VNLoopImage.h"
+#include "support/VNDeepTree.h"
 #include "support/VNLogCapture.h"
 #include "support/VNTestDir.h"
 
@@ -150,6 +151,22 @@ TEST(VNPathSizer, EnumerationErrorsGoToTheSystemLog) {
   EXPECT_EQ(entry.text.rfind("FileSizerGetTRFSFolderSize Error Enumerating: Error Domain=", 0), 0u)
       << entry.text;
   EXPECT_NE(entry.text.find(dir / "file"), std::string::npos) << entry.text;
+}
+
+// A tree 5,000 folders deep is walked whole with 256 descriptors allowed:
+// every file counted, nothing logged.
+TEST(VNPathSizer, WalksTreesDeeperThanTheDescriptorLimit) {
+  auto log = std::make_shared<VNRecordingSystemLog>();
+  VNPlatformOverride<VNSystemLog> logOverride(log);
+  VNTestDir dir;
+  VNDeepTree tree(dir.path(), 5000, 300);
+  std::uint64_t count = 0;
+  {
+    VNDescriptorLimit limit(256);
+    VNPathSizer::init()->getTRFSFolderSize(url(dir.path()), &count);
+  }
+  EXPECT_EQ(count, tree.files());
+  for (const auto& entry : log->entries()) ADD_FAILURE() << entry.text;
 }
 
 // Passes the real walk through, calling `atItem` on the walking thread (once)
