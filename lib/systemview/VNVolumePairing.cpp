@@ -11,23 +11,38 @@ std::string_view volumeRoleFor(std::string_view role) {
   return role;
 }
 
-}  // namespace
-
-VNStorageVolumeRef getPairedVolumeWithRole(const VNStorageVolumeRef& volume, std::string_view role) {
-  if (!volume) return nullptr;
+VNStorageVolumeRef partnerOf(const VNStorageVolume& volume, std::string_view role) {
   std::string_view wanted = volumeRoleFor(role);
-  if (volume->volumeRole == wanted || !volume->volumeGroup) return nullptr;
-  for (const VNStorageVolumeRef& other : VNPlatformSlot<VNStorageService>::get()->groupVolumes(*volume))
-    if (other->volumeGroup == volume->volumeGroup && other->volumeRole == wanted) return other;
+  if (volume.volumeRole == wanted || !volume.volumeGroup) return nullptr;
+  for (const VNStorageVolumeRef& other : VNPlatformSlot<VNStorageService>::get()->groupVolumes(volume))
+    if (other->volumeGroup == volume.volumeGroup && other->volumeRole == wanted) return other;
   return nullptr;
 }
 
-bool isCaseSensitive(const VNStorageVolumeRef& volume) {
-  if (!volume) return true;
-  bool systemOrSnapshot = volume->diskRole == VNStorage::kDiskRoleSystem || volume->diskRole == VNStorage::kDiskRoleSnapshot;
-  if (systemOrSnapshot && volume->isSubvolume) {
-    if (VNStorageVolumeRef partner = getPairedVolumeWithRole(volume, VNStorage::kDiskRoleData))
-      return partner->caseSensitive;
+bool caseSensitivityOf(const VNStorageVolume& volume) {
+  bool systemOrSnapshot = volume.diskRole == VNStorage::kDiskRoleSystem || volume.diskRole == VNStorage::kDiskRoleSnapshot;
+  if (systemOrSnapshot && volume.isSubvolume) {
+    if (VNStorageVolumeRef partner = partnerOf(volume, VNStorage::kDiskRoleData)) return partner->caseSensitive;
   }
-  return volume->caseSensitive;
+  return volume.caseSensitive;
 }
+
+}  // namespace
+
+VNStorageVolumeRef getPairedVolumeWithRole(const VNStorageVolumeRef& volume, std::string_view role) {
+  return volume ? partnerOf(*volume, role) : nullptr;
+}
+
+bool isCaseSensitive(const VNStorageVolumeRef& volume) { return volume ? caseSensitivityOf(*volume) : true; }
+
+extern "C" {
+
+VNStorageVolume* getPairedVolumeWithRole(const VNStorageVolume* volume, const char* role) {
+  if (!volume || !role) return nullptr;
+  VNStorageVolumeRef partner = partnerOf(*volume, role);
+  return partner ? new VNStorageVolume(*partner) : nullptr;
+}
+
+bool isCaseSensitive(const VNStorageVolume* volume) { return volume ? caseSensitivityOf(*volume) : true; }
+
+}  // extern "C"

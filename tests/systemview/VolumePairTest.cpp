@@ -17,6 +17,8 @@
 #include "systemview/VNSystem_FileManager_ROSV.h"
 #include "systemview/VNVolumePairing.h"
 
+extern "C" int vnTestPairFromC(const char* root, const char* role, char* mount, size_t size, int* caseSensitive);
+
 namespace {
 
 using ::testing::HasSubstr;
@@ -146,6 +148,17 @@ TEST_F(VolumePairTest, ViewOfAPairAnswersFromTheRightVolume) {
   VNStorageVolumeRef unmounted = getPairedVolumeWithRole(volumeAt(system_), "data");
   ASSERT_TRUE(unmounted) << "an unmounted partner is still found";
   EXPECT_FALSE(unmounted->mountPoint);
+}
+
+TEST_F(VolumePairTest, PairingIsCallableFromC) {
+  char mount[4096];
+  int caseSensitive = 0;
+  EXPECT_EQ(vnTestPairFromC(system_.c_str(), "data-disk", mount, sizeof mount, &caseSensitive), 1);
+  EXPECT_EQ(mount, data_);
+  EXPECT_EQ(caseSensitive, 1);
+  EXPECT_EQ(vnTestPairFromC(data_.c_str(), "data", mount, sizeof mount, &caseSensitive), 0) << "never its own partner";
+  EXPECT_EQ(vnTestPairFromC((dir_ / "missing").c_str(), "data", mount, sizeof mount, &caseSensitive), -1);
+  EXPECT_EQ(getPairedVolumeWithRole(volumeAt(system_).get(), nullptr), nullptr);
 }
 
 TEST(VolumeRoles, PathsOffBtrfsHaveNoRoleAndGarbageIsNoRole) {
