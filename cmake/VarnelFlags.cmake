@@ -1,6 +1,9 @@
 # Warnings and sanitizers for the project's own targets.
+# Warnings are errors only where we ask for it (scripts/build, CI): a user's or
+# packager's build must not fail because a newer compiler warns about more.
+option(VARNEL_WERROR "Treat compiler warnings as errors" OFF)
 add_library(varnel_flags INTERFACE)
-target_compile_options(varnel_flags INTERFACE -Wall -Wextra -Werror)
+target_compile_options(varnel_flags INTERFACE -Wall -Wextra $<$<BOOL:${VARNEL_WERROR}>:-Werror>)
 
 if(VARNEL_SANITIZE STREQUAL "address")
   set(_san -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
