@@ -1,5 +1,7 @@
 #include "foundation/VNFormat.h"
 
+#include <fmt/format.h>
+
 #include <cstdio>
 #include <cstring>
 
@@ -116,7 +118,7 @@ void appendConversion(std::string& out, Spec spec, ArgReader& args) {
   // A negative '*' precision counts as none, as in printf.
   if (spec.precision == ".*") {
     int precision = static_cast<int>(args.nextSigned());
-    spec.precision = precision < 0 ? "" : "." + std::to_string(precision);
+    spec.precision = precision < 0 ? "" : fmt::format(".{}", precision);
   }
   std::string head = "%" + spec.flags + spec.width + spec.precision;
   switch (spec.conversion) {
