@@ -22,4 +22,12 @@ VN_EXPORT VNError originalUnderlyingErrorForError(const VNError& error);
 // True when the caller runs on the main queue, or on a queue that targets it.
 VN_EXPORT bool isMainQueue();
 
+// Writes the firmware variable `name` (VNFirmwareVariables) with the bytes
+// of `value`: a string its UTF-8 bytes, data its bytes, a boolean one byte
+// 1 or 0, an integer 8 bytes and a real an IEEE 754 double of 8 bytes (both
+// little-endian), a date, array or dictionary its binary property list; a
+// null value is refused. False, after one error line, when the store is
+// missing or the write fails.
+VN_EXPORT bool writeNVRAMVariable(const std::string& name, const VNValue& value);
+
 }  // namespace VNUtilities
