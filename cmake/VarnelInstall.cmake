@@ -48,3 +48,5 @@ endif()
 install(TARGETS varnel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Tool)
 
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT Documentation)
+
+include(cmake/VarnelManPages.cmake)

@@ -15,6 +15,9 @@ else
   prefix="$work/prefix"
   cmake --install "$1" --prefix "$prefix" >/dev/null
   "$prefix/bin/varnel" --version
+  for page in varnel varnel-install varnel-template-copy; do
+    [ -s "$prefix/share/man/man1/$page.1" ] || { echo "consumer: no manual page $page.1" >&2; exit 1; }
+  done
 fi
 headers="$prefix/include/VarnelUtils"
 
