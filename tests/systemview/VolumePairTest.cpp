@@ -7,6 +7,8 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cstring>
+
 #include "foundation/VNError.h"
 #include "platform/VNPlatformService.h"
 #include "platform/VNStorageService.h"
@@ -79,6 +81,10 @@ TEST_F(VolumePairTest, PartnersAreFoundByGroupAndRoleInBothVocabularies) {
   EXPECT_TRUE(system->readOnly);
   EXPECT_EQ(system->mountPoint, system_);
   EXPECT_EQ(data->pathInContainer, "/@data");
+  ASSERT_EQ(::mkdir((data_ + "/below").c_str(), 0755), 0);
+  VNStorageVolumeRef below = volumeAt(data_ + "/below");
+  ASSERT_TRUE(below);
+  EXPECT_EQ(below->identifier, data->identifier) << "a path below a subvol= mount lies on that subvolume";
 
   for (const char* role : {"data", "data-disk"}) {
     VNStorageVolumeRef partner = getPairedVolumeWithRole(system, role);
@@ -162,12 +168,25 @@ TEST_F(VolumePairTest, PairingIsCallableFromC) {
 }
 
 TEST(VolumeRoles, PathsOffBtrfsHaveNoRoleAndGarbageIsNoRole) {
+  if (::geteuid() != 0 && !VNFileSystemTestsRequired()) GTEST_SKIP() << "skipped: trusted.* attributes need root";
+  VN_MOUNT_OR_SKIP(ext4, VNLoopImage::Kind::Ext4, 64 << 20);
   VNTestDir dir;
-  VNStorageVolumeRef plain = VNPlatformSlot<VNStorageService>::get()->volumeForPath(dir.path());
-  ASSERT_TRUE(plain);
-  EXPECT_FALSE(plain->isSubvolume);
-  EXPECT_FALSE(plain->volumeRole);
-  EXPECT_FALSE(VNSystem_FileManager_ROSV::isRootROSV(VNFileURL::fileURLWithPath(dir.path(), true)));
+  std::string tmpfs = dir / "tmpfs";
+  ASSERT_EQ(::mkdir(tmpfs.c_str(), 0755), 0);
+  ASSERT_EQ(::mount("tmpfs", tmpfs.c_str(), "tmpfs", 0, "size=1m"), 0) << std::strerror(errno);
+  std::shared_ptr<void> unmount(nullptr, [&](void*) { ::umount2(tmpfs.c_str(), MNT_DETACH); });
+  // Role attributes on a file system that is not btrfs never give a role.
+  for (auto [path, type] : {std::pair{ext4->mountPoint(), "ext4"}, {tmpfs, "tmpfs"}}) {
+    ASSERT_EQ(::setxattr(path.c_str(), VNStorage::kRoleAttribute, "system", 6, 0), 0) << path;
+    VNStorageVolumeRef plain = VNPlatformSlot<VNStorageService>::get()->volumeForPath(path);
+    ASSERT_TRUE(plain) << path;
+    EXPECT_EQ(plain->diskType, type);
+    EXPECT_FALSE(plain->isSubvolume);
+    EXPECT_FALSE(plain->volumeRole);
+    EXPECT_TRUE(isCaseSensitive(plain));
+    EXPECT_FALSE(getPairedVolumeWithRole(plain, "data"));
+    EXPECT_FALSE(VNSystem_FileManager_ROSV::isRootROSV(VNFileURL::fileURLWithPath(path, true)));
+  }
   EXPECT_FALSE(VNPlatformSlot<VNStorageService>::get()->volumeForPath(dir / "missing"));
   EXPECT_EQ(VNParseVolumeRole("system"), "system");
   for (const char* garbage : {"", "System", "system\n", "data ", "snapshot"})
