@@ -57,8 +57,9 @@ class VN_EXPORT VNStorageService {
  public:
   virtual ~VNStorageService() = default;
 
-  // The volume that holds the item at `path` (a final link is followed);
-  // null when it cannot be examined.
+  // The volume that holds the item at `path` (its links are followed); null
+  // when it cannot be examined. Only folders are opened: a device node, FIFO
+  // or socket is answered for through the folder holding it.
   virtual VNStorageVolumeRef volumeForPath(const std::string& path) = 0;
   // The volumes of `volume`'s container, ordered by subvolume id (the top of
   // the file system first); just `volume` itself when it is no subvolume.

@@ -6,12 +6,14 @@
 #include <linux/fs.h>
 #include <linux/magic.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 
 #include "foundation/VNUniqueFd.h"
 #include "platform/VNMountTable.h"
@@ -96,10 +98,22 @@ VNStorageVolumeRef describePlainVolume(const std::string& path, int fd, const st
   return volume;
 }
 
+// The folder that is, or holds, what `path` names after all its links: the
+// same volume, since a subvolume's boundary is always a folder. Nothing but a
+// folder is ever opened, so a device node asked about is not acted on.
+VNUniqueFd openFolderOf(const std::string& path) {
+  std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+  struct stat item {};
+  if (!resolved || ::stat(resolved.get(), &item) != 0) return VNUniqueFd(-1);
+  std::string folder = resolved.get();
+  if (!S_ISDIR(item.st_mode)) folder.resize(std::max<std::size_t>(folder.rfind('/'), 1));
+  return VNUniqueFd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+}
+
 class LinuxStorageService final : public VNStorageService {
  public:
   VNStorageVolumeRef volumeForPath(const std::string& path) override {
-    VNUniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    VNUniqueFd fd = openFolderOf(path);
     struct statfs fs {};
     if (!fd || ::fstatfs(fd.get(), &fs) != 0) return nullptr;
     if (fs.f_type != BTRFS_SUPER_MAGIC) return describePlainVolume(path, fd.get(), fs);

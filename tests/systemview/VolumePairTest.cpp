@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -85,6 +86,11 @@ TEST_F(VolumePairTest, PartnersAreFoundByGroupAndRoleInBothVocabularies) {
   VNStorageVolumeRef below = volumeAt(data_ + "/below");
   ASSERT_TRUE(below);
   EXPECT_EQ(below->identifier, data->identifier) << "a path below a subvol= mount lies on that subvolume";
+  // A device node without a driver: opening it fails, so only its folder
+  // can tell the volume.
+  ASSERT_EQ(::mknod((data_ + "/below/device").c_str(), S_IFCHR | 0600, makedev(240, 0)), 0);
+  ASSERT_TRUE(volumeAt(data_ + "/below/device"));
+  EXPECT_EQ(volumeAt(data_ + "/below/device")->identifier, data->identifier);
 
   for (const char* role : {"data", "data-disk"}) {
     VNStorageVolumeRef partner = getPairedVolumeWithRole(system, role);
