@@ -50,7 +50,7 @@ struct Batch {
   };
 
   int dirFd = -1;
-  bool canClone = false;
+  VNCloneDomain domain;
   std::string names;  // NUL-terminated names, one after the other
   std::vector<Entry> entries;
   std::atomic<size_t> cursor{0};
@@ -65,7 +65,7 @@ struct Batch {
       if (begin >= entries.size()) return;
       size_t end = std::min(begin + kChunk, entries.size());
       for (size_t i = begin; i < end; ++i)
-        entries[i].values = VNStorageProbe::read(dirFd, name(entries[i]), canClone, entries[i].regular);
+        entries[i].values = VNStorageProbe::read(dirFd, name(entries[i]), domain, entries[i].regular);
     }
   }
 };
@@ -155,7 +155,7 @@ struct Level {
   std::vector<Subfolder> subfolders;
   size_t next = 0;
   size_t pathLength;  // of the walk's path while inside this folder
-  bool canClone;
+  VNCloneDomain domain;
 };
 
 class Walk {
@@ -193,11 +193,11 @@ class Walk {
  private:
   // Opens the folder at path_, visits its entries; false to stop the walk.
   bool enter(VNUniqueFd fd, std::uint64_t device, std::uint64_t inode) {
-    bool canClone = cloneCapability(fd.get(), device);
+    VNCloneDomain domain = cloneDomain(fd.get(), device);
     UniqueDir dir(::fdopendir(fd.get()));
     if (!dir) return onError_(VNError::posix(errno, path_, "open folder"));
     fd.release();
-    levels_.push_back(Level{std::move(dir), device, inode, {}, 0, path_.size(), canClone});
+    levels_.push_back(Level{std::move(dir), device, inode, {}, 0, path_.size(), domain});
     if (levels_.size() - firstOpen_ > kOpenLevels) levels_[firstOpen_++].dir.reset();
     return visitFolder(levels_.back());
   }
@@ -230,9 +230,9 @@ class Walk {
   bool visitFolder(Level& level) {
     if (!list(level)) return false;
     batch_.dirFd = ::dirfd(level.dir.get());
-    batch_.canClone = level.canClone;
+    batch_.domain = level.domain;
     batch_.cursor = 0;
-    if (level.canClone && batch_.entries.size() >= kParallelEntries)
+    if (level.domain && batch_.entries.size() >= kParallelEntries)
       helper_.read(batch_);
     else
       batch_.readValues();
@@ -261,10 +261,10 @@ class Walk {
   }
 
   // Asks the file system once per device met.
-  bool cloneCapability(int fd, std::uint64_t device) {
-    for (const auto& [known, canClone] : devices_)
-      if (known == device) return canClone;
-    devices_.emplace_back(device, VNStorageProbe::fileSystemCanClone(fd));
+  VNCloneDomain cloneDomain(int fd, std::uint64_t device) {
+    for (const auto& [known, domain] : devices_)
+      if (known == device) return domain;
+    devices_.emplace_back(device, VNStorageProbe::cloneDomain(fd));
     return devices_.back().second;
   }
 
@@ -272,7 +272,7 @@ class Walk {
   const VNStorageUsage::ErrorHandler& onError_;
   std::vector<Level> levels_;
   size_t firstOpen_ = 0;  // levels below it are closed
-  std::vector<std::pair<std::uint64_t, bool>> devices_;
+  std::vector<std::pair<std::uint64_t, VNCloneDomain>> devices_;
   Batch batch_;
   Helper helper_;
   std::string path_;  // of the folder being entered or read, for error messages

@@ -28,9 +28,8 @@ struct VNStorageValues {
   // for a folder, whose storage belongs to the file system's bookkeeping.
   std::optional<std::uint64_t> fileSize;
   std::optional<std::uint64_t> allocatedSize;
-  // Set, with a content identifier, for a regular file some of whose extents
-  // are shared with another file (a copy-on-write clone or a deduplicated
-  // copy).
+  // Set, with a content identifier, for a regular file all of whose extents
+  // are shared (a copy-on-write clone or a deduplicated copy of another).
   bool mayShareContent = false;
   std::optional<std::uint64_t> contentIdentifier;
 };
@@ -40,20 +39,18 @@ struct VNStorageValues {
 // The Linux implementation reads each item with one statx call (type, inode,
 // link count, size and blocks; never following a symbolic link). Only on file
 // systems that can clone (btrfs, and XFS, where reflink is the default) does
-// a regular file with allocated blocks get one more call, FIEMAP, asking for
-// its extents until the first one marked shared. Its content identifier is
-// that extent's physical address mixed with the device number, so all clones
-// of one file have the same identifier, and files on different devices
-// practically never collide.
+// a regular file with allocated blocks get one more call, FIEMAP, for its
+// extents. When every extent is marked shared, its content identifier is a
+// fingerprint of the whole extent map (logical offset, physical address and
+// length of each) and of the file system, named by its UUID on btrfs (whose
+// subvolumes each have a device number of their own) and by its f_fsid on
+// XFS. All clones of one file therefore have the same identifier, across
+// subvolumes too, while a file that shares only part of its extents has none
+// and counts as a file of its own, whole.
 //
-// Limits of that rule: a file counts as sharing when any of its extents is
-// shared, and two files are taken for the same content when their first
-// shared extents are the same. A file that shares only part of its content
-// is therefore counted whole or skipped whole; files sharing different
-// extents with one another (a clone partly rewritten, then cloned again) can
-// be counted more than once; and a file whose only shared extents belong to
-// a snapshot outside the walk is skipped only when another file with the
-// same first shared extent was counted before it.
+// Limits of that rule: a partly shared file's shared bytes are counted with
+// it, as du counts them; and a file whose extents are all shared, but with
+// a snapshot outside the walk, is still counted once.
 class VN_EXPORT VNStorageUsage {
  public:
   // Called for each item; returns false to stop the walk.

@@ -281,3 +281,39 @@ TEST(VNPathSizer, ClonesCountOnce) {
 }
 
 }  // namespace
+
+namespace {
+
+// Two files count once only when all their storage is the same storage: a
+// file deduplicated against another for part of its length is its own file.
+TEST(VNPathSizer, PartlySharedFilesCountAsFiles) {
+  for (auto kind : {VNLoopImage::Kind::XFS, VNLoopImage::Kind::Btrfs}) {
+    VN_MOUNT_OR_SKIP(image, kind, 300u << 20);
+    std::string a = *image / "a", b = *image / "b";
+    ASSERT_EQ(VNRunCommand("head -c 1048576 /dev/urandom > " + a), 0);
+    ASSERT_EQ(VNRunCommand("(head -c 65536 " + a + "; head -c 983040 /dev/urandom) > " + b), 0);
+    ASSERT_EQ(VNRunCommand("sync && xfs_io -c 'dedupe " + a + " 0 0 65536' " + b + " >/dev/null"), 0);
+    ASSERT_EQ(VNRunCommand("sync"), 0);
+    std::uint64_t count = 0;
+    std::uint64_t size = VNPathSizer::init()->directorySizeAndCount(&count, url(image->mountPoint()));
+    EXPECT_EQ(count, 2u) << VNLoopImage::name(kind);
+    EXPECT_EQ(size, allocated(a) + allocated(b)) << VNLoopImage::name(kind);
+  }
+}
+
+// Each btrfs subvolume has a device number of its own; a clone in another
+// subvolume is still the same storage.
+TEST(VNPathSizer, ClonesAcrossBtrfsSubvolumesCountOnce) {
+  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::Btrfs, 300u << 20);
+  ASSERT_EQ(VNRunCommand("btrfs -q subvolume create " + *image / "one" + " && btrfs -q subvolume create " +
+                         *image / "two"), 0);
+  ASSERT_EQ(VNRunCommand("head -c 1048576 /dev/urandom > " + *image / "one/file"), 0);
+  ASSERT_EQ(VNRunCommand("cp --reflink=always " + *image / "one/file " + *image / "two/clone"), 0);
+  ASSERT_EQ(VNRunCommand("sync"), 0);
+  std::uint64_t count = 0;
+  std::uint64_t size = VNPathSizer::init()->directorySizeAndCount(&count, url(image->mountPoint()));
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(size, allocated(*image / "one/file"));
+}
+
+}  // namespace
