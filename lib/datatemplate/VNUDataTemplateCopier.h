@@ -36,6 +36,11 @@ enum VNUDataTemplateErrorCode : std::int64_t {
   VNUDataTemplateErrorCreateTemporaryFolder = 7,
   VNUDataTemplateErrorShove = 8,
   VNUDataTemplateErrorForceAttributes = 9,
+  // The data volume is the system volume, lies inside its data template, or
+  // holds the template: nothing was written.
+  VNUDataTemplateErrorVolumesOverlap = 10,
+  // Another installation holds the data volume's lock: nothing was written.
+  VNUDataTemplateErrorVolumeBusy = 11,
 };
 
 // Size of the buffer dataTemplateLinkForPath writes into.

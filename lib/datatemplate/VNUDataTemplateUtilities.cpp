@@ -9,10 +9,12 @@
 #include "foundation/VNFormat.h"
 #include "platform/VNPlatformService.h"
 #include "platform/VNShove.h"
+#include "platform/VNVolumeLock.h"
 
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -20,6 +22,7 @@ namespace {
 
 constexpr const char* kFunction = "+[VNUDataTemplateUtilities copyDataTemplateWithSystemVolumePath:dataVolumePath:instantiateTetherlinks:progressBlock:withError:]";
 constexpr const char* kTemporaryFolderName = ".DTemplateInstantiation";
+constexpr const char* kLockName = ".DTemplateInstantiation.lock";
 constexpr std::uint32_t kShoveOptions = VNShoveMergeFolders | VNShoveReplaceItems;  // 0x30
 
 template <class... Args>
@@ -66,10 +69,60 @@ bool createTemporaryFolder(const VNFileURL& folder, VNError* error) {
 bool shoveIntoPlace(const VNFileURL& from, const VNFileURL& to, VNError* error) {
   auto shove = VNPlatformSlot<VNShove>::get();
   logLine(VNLogTypeDefault, __LINE__, "Shoving %@ -> %@", from.path(), to.path());
-  int result = shove->shove(from.path(), to.path(), kShoveOptions, [](int level, const std::string& message) {
+  std::string lastError;
+  int result = shove->shove(from.path(), to.path(), kShoveOptions, [&](int level, const std::string& message) {
+    if (level == VNShoveLogError) lastError = message;
     logLine(level == VNShoveLogError ? VNLogTypeFault : VNLogTypeDefault, __LINE__, "Shove: %@", message);
   });
-  return result == 0 || fail(error, templateError(VNUDataTemplateErrorShove));
+  if (result == 0) return true;
+  // The shove says which item stopped it only in its log; keep that as the cause.
+  VNError cause = VNError::posix(result, to.path(), "move the template into place");
+  if (!lastError.empty()) cause.setUserInfoValue(VNLocalizedDescriptionKey, lastError);
+  return fail(error, templateError(VNUDataTemplateErrorShove, shared(std::move(cause))));
+}
+
+// `path` with every link resolved; the path as given when it cannot be.
+std::string realPath(const std::string& path) {
+  std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+  return resolved ? resolved.get() : path;
+}
+
+bool isWithin(const std::string& inner, const std::string& outer) {
+  if (outer == "/") return true;
+  return inner == outer || (inner.size() > outer.size() && inner.compare(0, outer.size(), outer) == 0 &&
+                            inner[outer.size()] == '/');
+}
+
+// The data volume must be neither the system volume, nor inside the template
+// it receives (the copy would copy itself), nor hold the template.
+bool checkVolumesApart(const VNFileURL& system, const VNFileURL& dataTemplate, const VNFileURL& data,
+                       VNError* error) {
+  std::string systemPath = realPath(system.path()), templatePath = realPath(dataTemplate.path());
+  std::string dataPath = realPath(data.path());
+  if (dataPath != systemPath && !isWithin(dataPath, templatePath) && !isWithin(templatePath, dataPath)) return true;
+  VNError overlap = templateError(VNUDataTemplateErrorVolumesOverlap);
+  overlap.setUserInfoValue(VNLocalizedDescriptionKey,
+                           VNFormat("The data volume %@ overlaps the system volume %@ or its data template %@",
+                                    dataPath, systemPath, templatePath));
+  overlap.setUserInfoValue(VNFilePathErrorKey, dataPath);
+  return fail(error, std::move(overlap));
+}
+
+std::unique_ptr<VNVolumeLock> lockVolume(const VNFileURL& data, VNError* error) {
+  VNError underlying;
+  std::optional<long> holder;
+  auto lock = VNVolumeLock::acquire(data.path(), kLockName, &underlying, &holder);
+  if (lock) return lock;
+  VNError busy = templateError(underlying.isPOSIX(EBUSY) ? VNUDataTemplateErrorVolumeBusy
+                                                         : VNUDataTemplateErrorCreateTemporaryFolder,
+                               shared(underlying));
+  if (underlying.isPOSIX(EBUSY))
+    busy.setUserInfoValue(VNLocalizedDescriptionKey,
+                          holder ? VNFormat("Another installation (process %ld) is using the data volume %@",
+                                            *holder, data.path())
+                                 : VNFormat("Another installation is using the data volume %@", data.path()));
+  fail(error, std::move(busy));
+  return nullptr;
 }
 
 }  // namespace
@@ -88,6 +141,10 @@ bool VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(
   auto copier = makeCopier(systemVolumePath, std::move(progressBlock));
   logLine(VNLogTypeDefault, __LINE__, "Data Template Source: %@", copier->dataTemplateURL());
   logLine(VNLogTypeDefault, __LINE__, "Template Destination Mountpoint: %@", dataVolumePath);
+
+  if (!checkVolumesApart(systemVolumePath, copier->dataTemplateURL(), dataVolumePath, error)) return false;
+  std::unique_ptr<VNVolumeLock> lock = lockVolume(dataVolumePath, error);
+  if (!lock) return false;
 
   const VNFileURL temporary = dataVolumePath.URLByAppendingPathComponent(kTemporaryFolderName, true);
   VNError removal;

@@ -10,13 +10,15 @@
 
 namespace {
 
-std::string currentDirectory() {
+// Null when the working folder has no path (removed, or out of reach).
+std::optional<std::string> currentDirectory() {
   std::string buffer(4096, '\0');
   while (!::getcwd(buffer.data(), buffer.size())) {
-    if (errno != ERANGE) return "/";
+    if (errno != ERANGE) return std::nullopt;
     buffer.resize(buffer.size() * 2);
   }
   buffer.resize(std::strlen(buffer.c_str()));
+  if (buffer.empty() || buffer.front() != '/') return std::nullopt;
   return buffer;
 }
 
@@ -67,7 +69,13 @@ VNFileURL VNFileURL::fileURLWithPath(std::string_view path) {
 VNFileURL VNFileURL::fileURLWithPath(std::string_view path, bool isDirectory) {
   VNFileURL url;
   if (path.empty()) return url;
-  url.path_ = path.front() == '/' ? tidy(path) : tidy(currentDirectory() + "/" + std::string(path));
+  if (path.front() == '/') {
+    url.path_ = tidy(path);
+  } else {
+    std::optional<std::string> base = currentDirectory();
+    if (!base) return url;
+    url.path_ = tidy(*base + "/" + std::string(path));
+  }
   url.isDirectory_ = isDirectory || url.path_ == "/";
   return url;
 }

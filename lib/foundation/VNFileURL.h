@@ -20,8 +20,9 @@ class VN_EXPORT VNFileURL {
  public:
   VNFileURL() = default;
 
-  // A relative path is taken against the current working directory. With no
-  // explicit marker, a path ending in "/" is a directory URL.
+  // A relative path is taken against the current working directory; when
+  // that has no path (it was removed), the result is empty rather than a
+  // guess. With no explicit marker, a path ending in "/" is a directory URL.
   static VNFileURL fileURLWithPath(std::string_view path);
   static VNFileURL fileURLWithPath(std::string_view path, bool isDirectory);
   // Parses "file://" URL strings (an empty or "localhost" host only, with

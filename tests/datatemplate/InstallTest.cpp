@@ -8,6 +8,7 @@
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "datatemplate/VNUDataTemplateUtilities.h"
 #include "platform/VNFileFlags.h"
+#include "platform/VNVolumeLock.h"
 #include "support/VNExtents.h"
 #include "support/VNFsMatchers.h"
 #include "support/VNLogCapture.h"
@@ -186,4 +187,41 @@ TEST(InstallOnBtrfs, ClonesAcrossSubvolumesOfOneFileSystem) {
               ::testing::Contains(HasSubstr(", 1 cloned items, 0 symlinked items")));
   EXPECT_EQ(VNReadTestFile(*image / "data/Library/blob2"), std::string(1 << 20, 'b'));
   EXPECT_TRUE(VNAllExtentsShared(*image / "data/Library/blob")) << "the copy from the system subvolume is a clone";
+}
+
+// Overlapping volumes are refused before anything is written: the data volume
+// as the system volume itself, inside the template, or holding the template.
+TEST_F(InstallTest, OverlappingVolumesAreRefusedBeforeWriting) {
+  fs::create_directories(dir / "link-to-system");
+  fs::remove(dir / "link-to-system");
+  fs::create_directory_symlink(system, dir / "link-to-system");
+  for (const std::string& target : {system, dir / "link-to-system", tmpl, tmpl + "/Users/Shared", dir.path()}) {
+    VNError error;
+    EXPECT_FALSE(VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(folder(system), folder(target), &error))
+        << target;
+    EXPECT_EQ(error.code(), VNUDataTemplateErrorVolumesOverlap) << target;
+    EXPECT_FALSE(fs::exists(target + "/.DTemplateInstantiation")) << target;
+  }
+  EXPECT_TRUE(install(nullptr)) << "volumes side by side are fine";
+}
+
+// A second installation onto a volume in use is refused, naming the holder,
+// and touches nothing; once the first is done the volume is free again.
+TEST_F(InstallTest, SecondInstallationOntoAVolumeInUseIsRefused) {
+  VNError error;
+  std::optional<long> holder;
+  {
+    auto lock = VNVolumeLock::acquire(data, ".DTemplateInstantiation.lock", &error, &holder);
+    ASSERT_TRUE(lock);
+    EXPECT_FALSE(install(&error));
+    EXPECT_EQ(error.code(), VNUDataTemplateErrorVolumeBusy);
+    EXPECT_THAT(error.localizedDescription(), HasSubstr("(process " + std::to_string(::getpid()) + ")"));
+    EXPECT_FALSE(fs::exists(data + "/.DTemplateInstantiation"));
+  }
+  fs::remove(data + "/.DTemplateInstantiation.lock");
+  fs::create_symlink(dir / "elsewhere", data + "/.DTemplateInstantiation.lock");
+  EXPECT_FALSE(install(&error)) << "a link at the lock's name is never followed";
+  EXPECT_FALSE(fs::exists(dir / "elsewhere"));
+  fs::remove(data + "/.DTemplateInstantiation.lock");
+  EXPECT_TRUE(install(&error)) << error.description();
 }

@@ -38,6 +38,15 @@ TEST(VNFileURL, RelativePathsResolveAgainstTheWorkingDirectory) {
   EXPECT_EQ(url.path(), std::string(cwd == std::string("/") ? "" : cwd) + "/some/file");
   EXPECT_TRUE(VNFileURL::fileURLWithPath("").empty());
   EXPECT_EQ(VNFileURL::fileURLWithPath("").absoluteString(), "");
+  // From a working folder that has been removed, a relative path resolves to
+  // nothing, never to a guess such as "/".
+  EXPECT_EXIT(
+      {
+        char folder[] = "/tmp/varnel-gone.XXXXXX";
+        bool moved = ::mkdtemp(folder) && ::chdir(folder) == 0 && ::rmdir(folder) == 0;
+        ::_exit(moved && VNFileURL::fileURLWithPath(".").empty() ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 TEST(VNFileURL, URLStringsEscapeAndParseBack) {

@@ -29,8 +29,8 @@ CLI::App* commandGroup(CLI::App& app, const char* name, const char* description)
 // The "template" group.
 CLI::App* templateCommand(CLI::App& app);
 
-// Prints "varnel: <description>" and the error's domain, code and path to
-// stderr.
+// Prints "varnel: <description>", the error's domain, code and path, and
+// one "because:" line per underlying error to stderr.
 void printError(const VNError& error);
 // Prints a usage-level complaint to stderr; returns kExitUsage.
 int usageError(const std::string& message);

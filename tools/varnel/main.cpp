@@ -27,8 +27,11 @@ void printError(const VNError& error) {
   std::fprintf(stderr, "varnel: %s\n", error.localizedDescription().c_str());
   std::fprintf(stderr, "  domain: %s, code: %lld", error.domain().c_str(),
                static_cast<long long>(error.code()));
-  if (!error.filePath().empty()) std::fprintf(stderr, ", path: %s", error.filePath().c_str());
+  if (!error.filePath().empty()) std::fprintf(stderr, ", path: %s", quotedName(error.filePath()).c_str());
   std::fputc('\n', stderr);
+  // The cause, and its cause: a code alone says which step failed, not why.
+  for (const VNError* cause = error.underlyingError().get(); cause; cause = cause->underlyingError().get())
+    std::fprintf(stderr, "  because: %s\n", cause->localizedDescription().c_str());
 }
 
 int usageError(const std::string& message) {
