@@ -1,6 +1,7 @@
 // Target systems reached through a root folder on a mounted volume.
 #include "systemview/VNSystem_FileManager_DiskBased.h"
 
+#include "bundles/VNBundleInformation.h"
 #include "common/VNLogging.h"
 #include "datatemplate/internal/VNDataTemplateLocations.h"
 #include "foundation/VNFormat.h"
@@ -119,6 +120,12 @@ VNPathValues VNSystem_FileManager_DiskBased::resourceValuesBelowRoot(const std::
   });
 }
 
-VNPathValues VNSystem_FileManager_DiskBased::bundleInformationBelowRoot(const std::vector<VNFileURL>&) const {
-  return VNPathValues{};
+VNPathValues VNSystem_FileManager_DiskBased::bundleInformationBelowRoot(const std::vector<VNFileURL>& paths) const {
+  VNPathValues values;
+  std::optional<VNFileURL> base = root();
+  for (const VNFileURL& path : paths) {
+    std::optional<VNFileURL> mapped = base ? VNTargetPathBelow(*base, path) : std::nullopt;
+    values.insert_or_assign(path, mapped ? VNUtilities::VN_bundleInformationAtPath(*mapped) : VNValue::dictionary());
+  }
+  return values;
 }

@@ -42,7 +42,8 @@ class VN_EXPORT VNSystem_FileManager_DiskBased : public VNSystem_FileManager_Kes
   // Stores the root, logging a null one.
   void storeInitialRoot(std::optional<VNFileURL> root);
   // The two list queries as the concrete views answer them: each path placed
-  // below the root as handed in (never switching volumes).
+  // below the root as handed in (never switching volumes). Every path gets
+  // bundle information, empty when no bundle can be opened there.
   VNPathValues resourceValuesBelowRoot(const std::vector<std::string>& keys,
                                        const std::vector<VNFileURL>& paths) const;
   VNPathValues bundleInformationBelowRoot(const std::vector<VNFileURL>& paths) const;

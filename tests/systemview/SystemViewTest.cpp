@@ -219,3 +219,25 @@ TEST(SystemViewTest, ResourceValuesAnswerPerPathWithTheLaterOfTwiceGivenPaths) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(SystemViewTest, BundleInformationAnswersEveryPathBelowTheRoot) {
+  Target target;
+  std::string app = target.root + "/Applications/Tool.app/Contents";
+  makeFolders(("mkdir -p '" + app + "/_EmporiaReceipt'").c_str());
+  VNWriteTestFile(app + "/Info.plist",
+                  "<plist><dict><key>QFBundleIdentifier</key><string>org.example.tool</string>"
+                  "<key>QFBundleVersion</key><integer>42</integer></dict></plist>");
+  auto view = target.view();
+  VNFileURL tool = folderURL("/Applications/Tool.app"), missing = folderURL("/Applications/Missing.app");
+  auto info = view->bundleInformationAtPaths({tool, missing, VNFileURL()});
+  ASSERT_TRUE(info);
+  ASSERT_EQ(info->size(), 3u);
+  EXPECT_EQ(*info->at(tool).findString("RawQFBundleVersionString"), "42");
+  EXPECT_TRUE(*info->at(tool).find("Emporia")->asBoolean());
+  EXPECT_TRUE(info->at(missing).asDictionary()->empty());
+  EXPECT_TRUE(info->at(VNFileURL()).asDictionary()->empty());
+}
+
+}  // namespace
