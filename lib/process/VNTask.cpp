@@ -59,7 +59,15 @@ VNTask::~VNTask() {
 bool VNTask::run() {
   auto task = this->task();
   if (!task) return false;
-  auto pipe = VNOutputPipe::create();
+  std::shared_ptr<VNOutputPipe> pipe;
+  try {
+    pipe = VNOutputPipe::create();
+  } catch (const VNChildProcessException& exception) {
+    // Out of descriptors: reported like a launch that failed.
+    VNProcessLog(VNLogTypeDefault, "Exception thrown while executing %@: %@", task->launchPath(),
+                 exception);
+    return false;
+  }
   task->setStandardOutput(pipe);
   task->setStandardError(pipe);
   setOutputFileHandle(pipe);

@@ -59,11 +59,13 @@ void StderrRelay::relay() {
   char buffer[16384];
   for (;;) {
     pollfd fd{readEnd_.get(), POLLIN, 0};
-    const int ready = ::poll(&fd, 1, 100);
+    // Once stopping, every write has been made: drain without waiting.
+    const bool stopping = stopping_;
+    const int ready = ::poll(&fd, 1, stopping ? 0 : 100);
     ssize_t count = 0;
     if (ready > 0) count = ::read(readEnd_.get(), buffer, sizeof buffer);
     if (count > 0) pending.append(buffer, static_cast<size_t>(count));
-    const bool ended = stopping_ && count <= 0;
+    const bool ended = stopping && count <= 0;
     if (ended) {
       passOn(pending, /*flushAll=*/true);
       return;
