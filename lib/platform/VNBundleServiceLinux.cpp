@@ -77,7 +77,7 @@ class LinuxBundleService final : public VNBundleService {
  public:
   std::optional<VNOpenedBundle> openBundle(const VNFileURL& url) override {
     if (url.empty() || url.path().find('\0') != std::string::npos) return std::nullopt;
-    VNOpenedBundle bundle{VNUniqueFd(::open(url.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), {}};
+    VNOpenedBundle bundle{VNUniqueFd(::open(url.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)), {}};
     if (!bundle.folder) return std::nullopt;
     bundle.info = readInfoBeneath(bundle.folder.get());
     return bundle;

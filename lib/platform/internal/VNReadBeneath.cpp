@@ -24,18 +24,18 @@ std::optional<std::string> VNReadFileBeneath(int folderFd, const char* relativeP
   struct stat item {};
   if (!fd || ::fstat(fd.get(), &item) != 0 || !S_ISREG(item.st_mode)) return std::nullopt;
   if (static_cast<std::size_t>(item.st_size) > maxBytes) return std::nullopt;
-  // One byte more than the size, so a file that grew since fstat is noticed.
+  // One byte more than the size, so a file that grew since fstat is noticed;
+  // a short read of a regular file is its end, which spares a second read.
   std::string bytes(static_cast<std::size_t>(item.st_size) + 1, '\0');
   std::size_t filled = 0;
   for (;;) {
-    ssize_t count = ::read(fd.get(), bytes.data() + filled, bytes.size() - filled);
+    std::size_t wanted = bytes.size() - filled;
+    ssize_t count = ::read(fd.get(), bytes.data() + filled, wanted);
     if (count < 0) return std::nullopt;
-    if (count == 0) break;
     filled += static_cast<std::size_t>(count);
-    if (filled == bytes.size()) {
-      if (filled > maxBytes) return std::nullopt;
-      bytes.resize(std::min(bytes.size() * 2, maxBytes + 1));
-    }
+    if (static_cast<std::size_t>(count) < wanted) break;
+    if (filled > maxBytes) return std::nullopt;
+    bytes.resize(std::min(bytes.size() * 2, maxBytes + 1));
   }
   bytes.resize(filled);
   return bytes;
