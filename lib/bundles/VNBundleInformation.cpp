@@ -13,15 +13,15 @@ void setIfPresent(VNValue::Dictionary& into, const char* key, std::optional<std:
   if (value) into.insert_or_assign(key, VNValue(std::move(*value)));
 }
 
-// The facts of the information dictionary `info`.
-void addInfoFacts(VNValue::Dictionary& into, const VNValue& info) {
-  if (const std::string* identifier = info.findString("QFBundleIdentifier"))
-    into.insert_or_assign(Key::kBundleIdentifier, VNValue(*identifier));
-  if (const VNValue* value = info.find("QFBundleShortVersionString"))
+// The facts of the bundle's information dictionary.
+void addInfoFacts(VNValue::Dictionary& into, const VNOpenedBundle& bundle) {
+  std::optional<VNValue> identifier = bundle.infoValue("QFBundleIdentifier");
+  if (identifier && identifier->asString()) into.insert_or_assign(Key::kBundleIdentifier, std::move(*identifier));
+  if (std::optional<VNValue> value = bundle.infoValue("QFBundleShortVersionString"))
     into.insert_or_assign(Key::kRawShortVersionString, VNValue(value->description()));
-  if (const VNValue* value = info.find("QFBundleVersion"))
+  if (std::optional<VNValue> value = bundle.infoValue("QFBundleVersion"))
     into.insert_or_assign(Key::kRawBundleVersion, VNValue(value->description()));
-  VNComponentVersion version = VNComponentVersion::ofInfoDictionary(info);
+  VNComponentVersion version = VNComponentVersion::ofBundle(bundle);
   setIfPresent(into, Key::kShortVersionString, std::move(version.shortVersionString));
   setIfPresent(into, Key::kSourceVersion, std::move(version.sourceVersion));
   setIfPresent(into, Key::kBuildVersion, std::move(version.buildVersion));
@@ -34,7 +34,7 @@ VNValue VN_bundleInformationAtPath(const VNFileURL& url) {
   VNValue::Dictionary facts;
   std::optional<VNOpenedBundle> bundle = VNPlatformSlot<VNBundleService>::get()->openBundle(url);
   if (!bundle) return VNValue(std::move(facts));
-  if (bundle->info) addInfoFacts(facts, *bundle->info);
+  addInfoFacts(facts, *bundle);
   facts.insert_or_assign(Key::kStore, VNValue(bundle->hasItem("Contents/_EmporiaReceipt")));
   return VNValue(std::move(facts));
 }

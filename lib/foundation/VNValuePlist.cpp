@@ -13,6 +13,7 @@
 #include "foundation/VNError.h"
 #include "foundation/VNFileIO.h"
 #include "foundation/VNValue.h"
+#include "foundation/internal/VNPlistDocument.h"
 #include "foundation/internal/VNPlistShape.h"
 
 namespace {
@@ -323,4 +324,23 @@ std::optional<std::string> VNValue::propertyListData(Format format, VNError* err
 bool VNValue::writePropertyListFile(const std::string& path, Format format, VNError* error) const {
   auto bytes = propertyListData(format, error);
   return bytes && VNWriteFileAtomically(path, *bytes, 0644, error);
+}
+
+std::optional<VNPlistDocument> VNPlistDocument::parseDictionary(std::span<const std::uint8_t> bytes) {
+  if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max() || !VNPlistShapeWithinLimits(bytes))
+    return std::nullopt;
+  plist_t raw = nullptr;
+  plist_from_memory(reinterpret_cast<const char*>(bytes.data()), static_cast<uint32_t>(bytes.size()), &raw);
+  PlistHandle root(raw);
+  if (!root || plist_get_node_type(raw) != PLIST_DICT) return std::nullopt;
+  VNPlistDocument document;
+  document.root_ = std::shared_ptr<void>(root.release(), PlistFree{});
+  return document;
+}
+
+std::optional<VNValue> VNPlistDocument::find(const char* key) const {
+  plist_t node = plist_dict_get_item(root_.get(), key);
+  VNValue value;
+  if (!node || !toValue(node, 1, value)) return std::nullopt;
+  return value;
 }

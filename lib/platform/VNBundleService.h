@@ -13,11 +13,16 @@
 // Key of the information dictionary naming the bundle's main executable.
 VN_EXTERN_C VN_EXPORT const char* const VNBundleExecutableKey;
 
+class VNPlistDocument;
+
 // A bundle folder held open, with its information dictionary as read when it
 // was opened.
 struct VN_EXPORT VNOpenedBundle {
   VNUniqueFd folder;
-  std::optional<VNValue> info;  // none when no layout holds a readable one
+  std::shared_ptr<const VNPlistDocument> info;  // null when no layout holds a readable one
+
+  // The information dictionary's value for `key`; empty when there is none.
+  std::optional<VNValue> infoValue(const char* key) const;
   // Whether an item exists at `relativePath` below the folder (following
   // symbolic links).
   bool hasItem(const char* relativePath) const;

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "foundation/VNUniqueFd.h"
+#include "foundation/internal/VNPlistDocument.h"
 #include "platform/internal/VNReadBeneath.h"
 #include "platform/VNBundleService.h"
 
@@ -63,14 +64,16 @@ std::vector<std::string> elfArchitectures(const std::string& path) {
   return {*name};
 }
 
-std::optional<VNValue> readInfoBeneath(int folderFd) {
+// Only the entries a caller asks for become VNValues: converting whole
+// dictionaries cost as much as parsing them.
+std::shared_ptr<const VNPlistDocument> readInfoBeneath(int folderFd) {
   for (const Layout& layout : kLayouts) {
     auto bytes = VNReadFileBeneath(folderFd, layout.infoPath, VNBundleService::kMaxInfoBytes);
     if (!bytes) continue;
-    auto info = VNValue::fromPropertyList({reinterpret_cast<const std::uint8_t*>(bytes->data()), bytes->size()});
-    if (info && info->asDictionary()) return info;
+    auto info = VNPlistDocument::parseDictionary({reinterpret_cast<const std::uint8_t*>(bytes->data()), bytes->size()});
+    if (info) return std::make_shared<const VNPlistDocument>(std::move(*info));
   }
-  return std::nullopt;
+  return nullptr;
 }
 
 class LinuxBundleService final : public VNBundleService {
@@ -114,6 +117,10 @@ class LinuxBundleService final : public VNBundleService {
 };
 
 }  // namespace
+
+std::optional<VNValue> VNOpenedBundle::infoValue(const char* key) const {
+  return info ? info->find(key) : std::nullopt;
+}
 
 bool VNOpenedBundle::hasItem(const char* relativePath) const {
   struct stat item {};

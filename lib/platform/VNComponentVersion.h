@@ -6,7 +6,7 @@
 
 #include "foundation/VNExport.h"
 
-class VNValue;
+struct VNOpenedBundle;
 
 // The package service's version of a component: four optional strings. Their
 // order and how one string compares with another are set out in
@@ -21,7 +21,7 @@ struct VN_EXPORT VNComponentVersion {
   // The version of an on-disk bundle read from its information dictionary.
   // Strings and integers (as decimal text) count; an empty string, a string
   // longer than kMaxVersionBytes or a value of any other kind is absent.
-  static VNComponentVersion ofInfoDictionary(const VNValue& info);
+  static VNComponentVersion ofBundle(const VNOpenedBundle& bundle);
   static constexpr std::size_t kMaxVersionBytes = 4096;
 };
 

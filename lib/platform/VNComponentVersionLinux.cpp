@@ -1,5 +1,6 @@
 // The component version of a bundle, from its information dictionary.
 #include "foundation/VNValue.h"
+#include "platform/VNBundleService.h"
 #include "platform/VNComponentVersion.h"
 
 extern "C" {
@@ -9,8 +10,8 @@ const char* const VNBuildVersionKey = "VarnelBuildVersion";
 
 namespace {
 
-std::optional<std::string> versionString(const VNValue& info, std::string_view key) {
-  const VNValue* value = info.find(key);
+std::optional<std::string> versionString(const VNOpenedBundle& bundle, const char* key) {
+  std::optional<VNValue> value = bundle.infoValue(key);
   if (!value) return std::nullopt;
   if (const std::string* text = value->asString()) {
     if (text->empty() || text->size() > VNComponentVersion::kMaxVersionBytes) return std::nullopt;
@@ -22,8 +23,8 @@ std::optional<std::string> versionString(const VNValue& info, std::string_view k
 
 }  // namespace
 
-VNComponentVersion VNComponentVersion::ofInfoDictionary(const VNValue& info) {
-  return {versionString(info, "QFBundleShortVersionString"), versionString(info, "QFBundleVersion"),
-          versionString(info, VNSourceVersionKey), versionString(info, VNBuildVersionKey),
+VNComponentVersion VNComponentVersion::ofBundle(const VNOpenedBundle& bundle) {
+  return {versionString(bundle, "QFBundleShortVersionString"), versionString(bundle, "QFBundleVersion"),
+          versionString(bundle, VNSourceVersionKey), versionString(bundle, VNBuildVersionKey),
           /*onDisk=*/true};
 }
