@@ -3,14 +3,17 @@
 // the users' folder.
 #include "datatemplate/VNUDataTemplateUtilities.h"
 
-#include "common/VNFileManagerUtilities.h"
 #include "common/VNLogging.h"
 #include "datatemplate/VNUDataTemplateCopier.h"
+#include "datatemplate/internal/VNAttributeForcing.h"
+#include "foundation/VNUniqueFd.h"
 #include "foundation/VNFormat.h"
 #include "platform/VNPlatformService.h"
+#include "platform/VNRemoveTree.h"
 #include "platform/VNShove.h"
 #include "platform/VNVolumeLock.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -56,6 +59,14 @@ std::shared_ptr<VNUDataTemplateCopier> makeCopier(const VNFileURL& systemVolume,
         if (progress) progress(items);
       });
   return copier;
+}
+
+// The temporary folder holds only what an earlier run laid down, so the
+// flags the template gave its items must not keep it from going.
+bool removeTemporaryFolder(const VNFileURL& folder, VNError* error) {
+  VNError underlying;
+  if (VNRemoveTree(folder.path(), &underlying, VNRemoveLocked::Lift) || underlying.isPOSIX(ENOENT)) return true;
+  return fail(error, std::move(underlying));
 }
 
 bool createTemporaryFolder(const VNFileURL& folder, VNError* error) {
@@ -148,12 +159,12 @@ bool VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(
 
   const VNFileURL temporary = dataVolumePath.URLByAppendingPathComponent(kTemporaryFolderName, true);
   VNError removal;
-  if (!VNUtilities::VN_removeItemIfExistsAtURL(temporary, &removal))
+  if (!removeTemporaryFolder(temporary, &removal))
     return fail(error, templateError(VNUDataTemplateErrorRemoveTemporaryFolder, shared(removal)));
   if (!createTemporaryFolder(temporary, error)) return false;
   if (!copier->copyDataTemplateToURL(temporary, error)) return false;
   if (!shoveIntoPlace(temporary, dataVolumePath, error)) return false;
-  if (!VNUtilities::VN_removeItemIfExistsAtURL(temporary, &removal))
+  if (!removeTemporaryFolder(temporary, &removal))
     logLine(VNLogTypeFault, __LINE__, "Unable to clean up Template temp directory: %@ (%@)", temporary, removal);
 
   VNError forcing;
@@ -180,9 +191,12 @@ bool VNUDataTemplateUtilities::_preserveAttributesFromDataTemplate(const VNFileU
                                                                    const VNFileURL& dataTarget,
                                                                    VNError* error) {
   static const char* const kForcedFolders[] = {"Users"};
+  VNUniqueFd target(::open(dataTarget.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!target) return fail(error, VNError::posix(errno, dataTarget.path(), "open folder"));
   for (const char* name : kForcedFolders) {
-    if (!_forceAttributesOfSrcPath(dataTemplate.URLByAppendingPathComponent(name, true),
-                                   dataTarget.URLByAppendingPathComponent(name, true), error))
+    if (!VNForceAttributesBelow(dataTemplate.URLByAppendingPathComponent(name, true).path(),
+                                VNAtPath(target.get(), name),
+                                dataTarget.URLByAppendingPathComponent(name, true).path(), error))
       return false;
   }
   return true;

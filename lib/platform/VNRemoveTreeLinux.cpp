@@ -9,6 +9,7 @@
 #include "foundation/VNError.h"
 #include "foundation/VNUniqueFd.h"
 #include "platform/VNRemoveTree.h"
+#include "platform/internal/VNLockingFlags.h"
 
 namespace {
 
@@ -17,13 +18,18 @@ struct DirCloser {
 };
 
 struct Failure {
+  // Set by the caller: immutable and append-only flags are lifted from what
+  // is about to go instead of stopping the removal.
+  bool liftLocking = false;
   int code = 0;
   std::string path;
   const char* step = "";
 };
 
 bool fail(Failure* failure, int code, const std::string& path, const char* step) {
-  *failure = {code, path, step};
+  failure->code = code;
+  failure->path = path;
+  failure->step = step;
   return false;
 }
 
@@ -54,6 +60,11 @@ bool removeEntry(int dirfd, const char* name, const std::string& path, Failure* 
   int unlinkError = errno;
   if (unlinkError != EISDIR && unlinkError != EPERM)
     return fail(failure, unlinkError, path, "remove");
+  // An immutable or append-only item refuses its own removal, a folder with
+  // either flag the removal of its entries.
+  if (failure->liftLocking && VNLiftLockingFlags(VNAtPath(dirfd, name)) && unlinkError == EPERM &&
+      ::unlinkat(dirfd, name, 0) == 0)
+    return true;
   VNUniqueFd dir(::openat(dirfd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!dir) {
     int code = errno == ENOTDIR || errno == ELOOP ? unlinkError : errno;
@@ -66,8 +77,9 @@ bool removeEntry(int dirfd, const char* name, const std::string& path, Failure* 
 
 }  // namespace
 
-bool VNRemoveTree(const std::string& path, VNError* error) {
+bool VNRemoveTree(const std::string& path, VNError* error, VNRemoveLocked locked) {
   Failure failure;
+  failure.liftLocking = locked == VNRemoveLocked::Lift;
   if (removeEntry(AT_FDCWD, path.c_str(), path, &failure)) return true;
   VNSetError(error, VNError::posix(failure.code, failure.path, failure.step));
   return false;

@@ -8,11 +8,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 #include "foundation/VNFormat.h"
 #include "foundation/VNUniqueFd.h"
 #include "platform/VNShove.h"
+#include "platform/internal/VNLockingFlags.h"
 
 namespace {
 
@@ -80,8 +82,7 @@ class RenameShove final : public VNShove {
   int move(Folder from, Folder to, const std::string& name) {
     const std::string source = from.path + "/" + name;
     const std::string target = to.path + "/" + name;
-    if (::renameat2(from.fd, name.c_str(), to.fd, name.c_str(), RENAME_NOREPLACE) == 0) return 0;
-    int err = errno;
+    int err = renameLifting(from, to, name, RENAME_NOREPLACE);
     if (err == EINVAL) err = renameIfAbsent(from, to, name);
     if (err == 0) return 0;
     if (err != EEXIST) return fail(err, "move", source);
@@ -93,7 +94,20 @@ class RenameShove final : public VNShove {
     struct stat st {};
     if (::fstatat(to.fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
     if (errno != ENOENT) return errno;
-    return ::renameat(from.fd, name.c_str(), to.fd, name.c_str()) == 0 ? 0 : errno;
+    return renameLifting(from, to, name, 0);
+  }
+
+  // An immutable or append-only item cannot be renamed: its flags are lifted
+  // for the move and put back on it where it ends up.
+  static int renameLifting(Folder from, Folder to, const std::string& name, unsigned flags) {
+    if (::renameat2(from.fd, name.c_str(), to.fd, name.c_str(), flags) == 0) return 0;
+    if (errno != EPERM) return errno;
+    const std::optional<std::uint32_t> word = VNLiftLockingFlags(VNAtPath(from.fd, name.c_str()));
+    if (!word) return EPERM;
+    int err = ::renameat2(from.fd, name.c_str(), to.fd, name.c_str(), flags) == 0 ? 0 : errno;
+    const Folder& holder = err == 0 ? to : from;
+    if (!VNRestoreFlags(VNAtPath(holder.fd, name.c_str()), *word).ok() && err == 0) err = EPERM;
+    return err;
   }
 
   int resolveConflict(Folder from, Folder to, const std::string& name, const std::string& source,
@@ -113,12 +127,15 @@ class RenameShove final : public VNShove {
       return merge({subFrom.get(), source}, {subTo.get(), target});
     }
     if (!(options_ & VNShoveReplaceItems)) return fail(EEXIST, "replace", target);
+    // The item being replaced may be immutable or append-only; it goes.
+    const std::optional<std::uint32_t> replacedWord = VNLiftLockingFlags(VNAtPath(to.fd, name.c_str()));
     // rename(2) replaces a non-folder atomically, but not with a folder.
-    if (S_ISDIR(src.st_mode) && ::unlinkat(to.fd, name.c_str(), 0) != 0)
-      return fail(errno, "remove", target);
-    if (::renameat(from.fd, name.c_str(), to.fd, name.c_str()) != 0)
-      return fail(errno, "move", source);
-    return 0;
+    const bool removeFirst = S_ISDIR(src.st_mode);
+    int err = removeFirst && ::unlinkat(to.fd, name.c_str(), 0) != 0 ? errno : 0;
+    if (err == 0) err = renameLifting(from, to, name, 0);
+    if (err == 0) return 0;
+    if (replacedWord) (void)VNRestoreFlags(VNAtPath(to.fd, name.c_str()), *replacedWord);
+    return fail(err, "replace", target);
   }
 
   std::uint32_t options_ = 0;

@@ -14,6 +14,7 @@
 #include "support/VNLogCapture.h"
 #include "support/VNLoopImage.h"
 #include "support/VNTestDir.h"
+#include "support/VNDescribeAtPath.h"
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
@@ -143,7 +144,7 @@ class RefusingFileFlags final : public VNFileFlags {
   explicit RefusingFileFlags(std::string refused) : refused_(std::move(refused)) {}
   VNFsStatus getFlags(VNAtPath item, std::uint32_t* flags) override { return real_->getFlags(item, flags); }
   VNFsStatus setFlags(VNAtPath item, std::uint32_t flags) override {
-    if (std::string(item.path).rfind(refused_, 0) == 0)
+    if (VNDescribeAtPath(item).rfind(refused_, 0) == 0)
       return VNFsStatus::failure(EPERM, "set flags of", item.path);
     return real_->setFlags(item, flags);
   }
@@ -162,10 +163,28 @@ TEST_F(InstallTest, FailedFlagChangeIsAPOSIXErrorWithTheLoggedErrno) {
   ASSERT_TRUE(error.underlyingError());
   EXPECT_EQ(error.underlyingError()->domain(), VNPOSIXErrorDomain);
   EXPECT_EQ(error.underlyingError()->code(), EPERM);
-  EXPECT_EQ(error.underlyingError()->filePath(), data + "/Users/Shared");
+  EXPECT_EQ(error.underlyingError()->filePath(), data + "/Users/Shared/welcome") << "a folder's contents go first";
   EXPECT_THAT(linesAt(capture, VNSystemLog::Level::Error),
               ::testing::Contains("Failed to chflags() source attributes to the destination path(" + data +
-                                  "/Users/Shared). errno:" + std::to_string(EPERM)));
+                                  "/Users/Shared/welcome). errno:" + std::to_string(EPERM)));
+}
+
+// The user swaps a template folder on the data volume for a link to a folder
+// elsewhere after the merge: nothing there, at any depth below the link, is
+// given the template's owner, permission bits or flags.
+TEST_F(InstallTest, ForcingNeverReachesThroughALinkSwappedInForAFolder) {
+  fs::create_directories(dir / "src/level-0/level-1");
+  VNWriteTestFile(dir / "src/level-0/level-1/tool", "t", 04755);
+  fs::create_directories(dir / "dst/level-0.moved/level-1");
+  fs::create_directories(dir / "outside/level-1");
+  VNWriteTestFile(dir / "outside/level-1/tool", "mine", 0600);
+  ASSERT_EQ(::chown((dir / "outside/level-1/tool").c_str(), 4321, 4321), 0);
+  ::chmod((dir / "outside/level-1").c_str(), 0700);
+  ASSERT_EQ(::symlink((dir / "outside").c_str(), (dir / "dst/level-0").c_str()), 0);
+  ASSERT_TRUE(VNUDataTemplateUtilities::_forceAttributesOfSrcPath(folder(dir / "src"), folder(dir / "dst")));
+  EXPECT_THAT(dir / "outside/level-1/tool", HasMode(0600));
+  EXPECT_THAT(dir / "outside/level-1/tool", HasOwner(4321u, 4321u));
+  EXPECT_THAT(dir / "outside/level-1", HasMode(0700));
 }
 
 // System and data roots on two subvolumes of one btrfs file system: the
