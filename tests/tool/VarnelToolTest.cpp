@@ -6,63 +6,42 @@
 
 #include "support/VNLoopImage.h"
 #include "support/VNTestDir.h"
-
-namespace {
-
-struct ToolRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-// Runs the built varnel with `arguments`, keeping stdout and stderr apart.
-ToolRun varnel(const std::string& arguments) {
-  VNTestDir dir;
-  std::string errFile = dir / "stderr";
-  ToolRun run;
-  run.status = VNRunCommand("(" VARNEL_BINARY_DIR "/tools/varnel/varnel " + arguments + " 2>" +
-                                errFile + ")",
-                            &run.out);
-  VNRunCommand("cat " + errFile, &run.err);
-  return run;
-}
-
-}  // namespace
+#include "support/VNToolRun.h"
 
 TEST(VarnelTool, VersionAndHelpSucceedOnStdout) {
-  ToolRun version = varnel("--version");
+  VNToolRun version = VNRunVarnel("--version");
   EXPECT_EQ(version.status, 0) << version.err;
   EXPECT_EQ(version.out, "varnel 1.0\n");
   EXPECT_EQ(version.err, "");
 
-  ToolRun help = varnel("--help");
+  VNToolRun help = VNRunVarnel("--help");
   EXPECT_EQ(help.status, 0) << help.err;
   EXPECT_NE(help.out.find("self-check"), std::string::npos) << help.out;
   EXPECT_EQ(help.err, "");
 
-  ToolRun subHelp = varnel("self-check --help");
+  VNToolRun subHelp = VNRunVarnel("self-check --help");
   EXPECT_EQ(subHelp.status, 0);
   EXPECT_NE(subHelp.out.find("--json"), std::string::npos) << subHelp.out;
 }
 
 TEST(VarnelTool, BadUsageExitsTwoWithTheComplaintOnStderr) {
-  ToolRun unknown = varnel("no-such-command");
+  VNToolRun unknown = VNRunVarnel("no-such-command");
   EXPECT_EQ(unknown.status, 2);
   EXPECT_EQ(unknown.out, "");
   EXPECT_NE(unknown.err.find("no-such-command"), std::string::npos) << unknown.err;
 
-  ToolRun badOption = varnel("self-check --no-such-option");
+  VNToolRun badOption = VNRunVarnel("self-check --no-such-option");
   EXPECT_EQ(badOption.status, 2);
   EXPECT_NE(badOption.err.find("--no-such-option"), std::string::npos) << badOption.err;
 
-  ToolRun nothing = varnel("");
+  VNToolRun nothing = VNRunVarnel("");
   EXPECT_EQ(nothing.status, 2);
   EXPECT_EQ(nothing.out, "") << "usage goes to stderr when it is a complaint";
   EXPECT_NE(nothing.err.find("self-check"), std::string::npos) << nothing.err;
 }
 
 TEST(VarnelTool, SelfCheckPrintsValidJSON) {
-  ToolRun check = varnel("self-check --json");
+  VNToolRun check = VNRunVarnel("self-check --json");
   ASSERT_EQ(check.status, 0) << check.err;
   EXPECT_EQ(check.err, "");
   VNTestDir dir;
@@ -87,10 +66,10 @@ TEST(VarnelTool, JSONNamesOfAnyBytesMapBackToTheFiles) {
   ASSERT_EQ(::mkdir(tree.c_str(), 0755), 0);
   VNWriteTestFile(tree + "/" + name, "x");
   VNWriteTestFile(tree + "/\xFF", "y");
-  ASSERT_EQ(varnel("bom create " + tree + " " + dir / "t.bom").status, 0);
+  ASSERT_EQ(VNRunVarnel("bom create " + tree + " " + dir / "t.bom").status, 0);
 
-  ToolRun list = varnel("bom list --json " + dir / "t.bom");
-  ToolRun size = varnel("size --json " + dir / "tree/*");
+  VNToolRun list = VNRunVarnel("bom list --json " + dir / "t.bom");
+  VNToolRun size = VNRunVarnel("size --json " + dir / "tree/*");
   ASSERT_EQ(list.status, 0) << list.err;
   ASSERT_EQ(size.status, 0) << size.err;
   VNWriteTestFile(dir / "list.json", list.out);
@@ -113,6 +92,6 @@ TEST(VarnelTool, JSONNamesOfAnyBytesMapBackToTheFiles) {
             0)
       << verdict;
 
-  ToolRun text = varnel("bom list " + dir / "t.bom");
+  VNToolRun text = VNRunVarnel("bom list " + dir / "t.bom");
   EXPECT_EQ(std::count(text.out.begin(), text.out.end(), '\n'), 3) << text.out;
 }

@@ -3,8 +3,13 @@
 // journal and stderr behind "PROGRAM: "; with an estimate, a progress bar on
 // a terminal advances a second at a time. The exit status is the program's
 // (1 when it could not be run, 2 for usage).
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include <fmt/format.h>
 
@@ -35,8 +40,26 @@ std::string barText(const VNProgress& progress, double estimate) {
                      estimate);
 }
 
+// The program is run by its path, not searched for. Checking it here gives
+// the same refusal whether or not the launcher stands in between (which
+// would otherwise exit 127 on the program's behalf).
+bool checkRunnable(const std::string& path) {
+  struct stat status {};
+  int error = 0;
+  if (::stat(path.c_str(), &status) != 0)
+    error = errno;
+  else if (!S_ISREG(status.st_mode))
+    error = EACCES;
+  else if (::access(path.c_str(), X_OK) != 0)
+    error = errno;
+  if (error == 0) return true;
+  std::fprintf(stderr, "varnel: cannot run '%s': %s\n", path.c_str(), std::strerror(error));
+  return false;
+}
+
 int runProgram(const RunOptions& options) {
   if (options.estimate < 0) return usageError("--estimate must not be negative");
+  if (!checkRunnable(options.command.front())) return kExitFailed;
   // The runner's log lines reach stderr as well as the journal.
   ::setenv("VARNEL_LOG_STDERR", "1", 1);
   auto child = VNChildProcess::create();
