@@ -25,8 +25,12 @@ page() {
   shift
   local name
   name=$(IFS=-; echo "varnel${*:+-$*}")
+  local words="varnel${*:+ $*}"
   help2man --no-info --version-string="$version" --name="$description" \
-    --output="$out/$name.1" "varnel $*"
+    --output="$out/$name.1" "$words"
+  # help2man names the page after the command line ("varnel template copy");
+  # whatis and man -k want the page's own name there.
+  sed -i -e "s/^\.TH VARNEL /.TH ${name^^} /" -e "s/^$words \\\\-/$name \\\\-/" "$out/$name.1"
   local sub text
   while IFS=$'\t' read -r sub text; do
     page "$text" "$@" "$sub"

@@ -11,7 +11,10 @@
 #include "datatemplate/VNBomStore.h"
 #include "foundation/VNFileURL.h"
 #include "foundation/VNVersion.h"
+#include "host/VNAnalyticsFieldConverter.h"
+#include "platform/VNChildProcess.h"
 #include "platform/VNComponentVersion.h"
+#include "process/VNTask.h"
 #include "sizing/VNPathSizer.h"
 #include "systemview/VNSystem_FileManagerProtocol.h"
 
@@ -45,6 +48,15 @@ int main(int argc, char** argv) {
          "bundles: VNLeftoverMarkerURL");
   expect(VNFileURLOrder{}(VNFileURL::fileURLWithPath("/a"), VNFileURL::fileURLWithPath("/b")),
          "systemview: VNFileURLOrder");
+
+  expect(VNAnalyticsFieldConverter::valueForRPPHYMode(1) == "3",
+         "host: VNAnalyticsFieldConverter::valueForRPPHYMode");
+  // Through the installed launcher: the runner finds drop_ward beside the
+  // installed library, or holds no program.
+  auto child = VNChildProcess::create();
+  child->setLaunchPath("/bin/true");
+  auto runner = VNTask::initWithTask(child, /*allowWARD=*/false);
+  expect(runner->task() != nullptr && runner->run(), "process: VNTask runs /bin/true through drop_ward");
 
   std::uint64_t count = 0;
   VNPathSizer::init()->directorySizeAndCount(&count, VNFileURL::fileURLWithPath(root, true));
