@@ -90,7 +90,9 @@ VNStorageVolumeRef describePlainVolume(const std::string& path, int fd, const st
                      : fs.f_type == XFS_SUPER_MAGIC ? "xfs"
                      : fs.f_type == TMPFS_MAGIC     ? "tmpfs"
                                                     : "other";
-  volume->pathInContainer = "/";
+  // Not `= "/"`: GCC 12 at -O3 reports a false -Wrestrict overlap for the
+  // literal's copy once this function is inlined.
+  volume->pathInContainer.assign(1, '/');
   volume->mountPoint = mountPoint;
   unsigned flags = 0;
   VNUniqueFd top(mountPoint ? ::open(mountPoint->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1);
