@@ -30,10 +30,10 @@ const char* pathProblem(std::string_view path, bool absolute) {
   return named ? nullptr : "path names the volume's root";
 }
 
-const char* partnerProblem(std::string_view spec) {
-  if (spec.empty()) return "partner line names no volume";
-  if (spec.size() >= PATH_MAX) return "path longer than PATH_MAX";
-  if (spec.find('\0') != std::string_view::npos) return "path holds a NUL byte";
+const char* partnerProblem(std::string_view root) {
+  if (root.empty()) return "partner line names no volume";
+  if (root.size() >= PATH_MAX) return "path longer than PATH_MAX";
+  if (root.find('\0') != std::string_view::npos) return "path holds a NUL byte";
   return nullptr;
 }
 
@@ -46,16 +46,16 @@ struct Parser {
     result.problems.push_back(VNFormat("%s:%zu: %s", std::string(origin), lineNumber, std::string(reason)));
   }
 
-  void partnerLine(std::string_view spec) {
-    if (const char* why = partnerProblem(spec)) return problem(why);
+  void partnerLine(std::string_view root) {
+    if (const char* why = partnerProblem(root)) return problem(why);
     if (result.partner) return problem("second partner line");
-    result.partner = std::string(spec);
+    result.partner = std::string(root);
   }
 
   void linkLine(std::string_view line) {
     size_t tab = line.find('\t');
     if (tab == std::string_view::npos || line.find('\t', tab + 1) != std::string_view::npos)
-      return problem("expected SOURCE<TAB>DEST or \"partner SPEC\"");
+      return problem("expected SOURCE<TAB>DEST or \"partner ROOT\"");
     std::string_view source = line.substr(0, tab), destination = line.substr(tab + 1);
     if (const char* why = pathProblem(source, /*absolute=*/true)) return problem(why);
     if (const char* why = pathProblem(destination, /*absolute=*/false)) return problem(why);

@@ -6,7 +6,7 @@
 #include <vector>
 
 // A volume's tetherlink definitions file (docs/tetherlinks.md): a "partner
-// SPEC" line naming the partner volume's root, then one "SOURCE<TAB>DEST"
+// ROOT" line naming the partner volume's root, then one "SOURCE<TAB>DEST"
 // line per folder, SOURCE absolute within this volume, DEST relative to the
 // partner's root. Blank lines and lines starting with "#" are skipped.
 
