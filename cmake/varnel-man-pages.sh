@@ -30,7 +30,7 @@ page() {
     --output="$out/$name.1" "$words"
   # help2man names the page after the command line ("varnel template copy");
   # whatis and man -k want the page's own name there.
-  sed -i -e "s/^\.TH VARNEL /.TH ${name^^} /" -e "s/^$words \\\\-/$name \\\\-/" "$out/$name.1"
+  sed -i -e "s/^\.TH [^\"]*\"1\"/.TH ${name^^} \"1\"/" -e "s/^$words \\\\-/$name \\\\-/" "$out/$name.1"
   local sub text
   while IFS=$'\t' read -r sub text; do
     page "$text" "$@" "$sub"
