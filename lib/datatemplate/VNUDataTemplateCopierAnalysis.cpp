@@ -88,8 +88,10 @@ void VNUDataTemplateCopier::analyzeDataTemplate() {
       bytes += bom_entry_size(entry);
     }
   });
+  // The BOM lies on the system volume: keeping it open would keep that
+  // volume busy for as long as the copier lives.
   bool hasBOM = store != nullptr;
-  forReceipt->bom = std::move(store);
+  store.reset();
   analysisForReceipt_ = hasBOM ? std::move(forReceipt) : nullptr;
 
   // The template root itself, which the walk does not return.

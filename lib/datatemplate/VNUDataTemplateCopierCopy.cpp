@@ -10,6 +10,7 @@
 
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "datatemplate/VNUDataTemplateCopyEngine.h"
+#include "datatemplate/internal/VNDataTemplateLocations.h"
 #include "platform/VNPlatformService.h"
 
 namespace {
@@ -87,7 +88,10 @@ bool VNUDataTemplateCopier::_copyDataTemplateIfNeededToURL(const VNFileURL& targ
     log("skipping data template copy, template not present: %s", templatePath);
     return true;
   }
-  char* roots[] = {const_cast<char*>(templatePath.c_str()), nullptr};
+  // The template root may be a symbolic link to the folder that holds the
+  // template; the walk follows the root, and no link below it.
+  const std::string walkedRoot = VNResolvedPath(templatePath);
+  char* roots[] = {const_cast<char*>(walkedRoot.c_str()), nullptr};
   WalkHandle walk(::fts_open(roots, FTS_COMFOLLOW | FTS_NOCHDIR | FTS_PHYSICAL, nullptr));
   if (!walk) {
     VNError failure(VNPOSIXErrorDomain, errno, {{VNFilePathErrorKey, VNValue(templatePath)}});
@@ -99,7 +103,7 @@ bool VNUDataTemplateCopier::_copyDataTemplateIfNeededToURL(const VNFileURL& targ
   context.copier = this;
   context.progress = std::move(progress);
   context.has_duplicates = totalDuplicateItems() != 0;
-  context.root_length = templatePath.size();
+  context.root_length = walkedRoot.size();
   context.copyItem = VNPlatformSlot<VNCopyItem>::get();
   context.clone = VNPlatformSlot<VNClone>::get();
   context.fileFlags = VNPlatformSlot<VNFileFlags>::get();

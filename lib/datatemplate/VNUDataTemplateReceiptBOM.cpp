@@ -30,8 +30,9 @@ void replaceEntry(BomStore* store, BomEntry* entry) {
 
 BomStore* VNUDataTemplateCopier::prepareReceiptBOM(const VNFileURL& bomURL) {
   std::shared_ptr<AnalysisForReceipt> analysis = std::move(analysisForReceipt_);
-  if (analysis && analysis->matches(*this)) {
-    VNBomStorePtr store(bom_new_from_bom(bomURL.path().c_str(), analysis->bom.get()));
+  VNBomStorePtr templateBOM(analysis && analysis->matches(*this) ? _openDataTemplateBOM() : nullptr);
+  if (templateBOM) {
+    VNBomStorePtr store(bom_new_from_bom(bomURL.path().c_str(), templateBOM.get()));
     if (store) {
       for (const VNUDataTemplateSymlinkedItem& item : analysis->symlinked)
         replaceEntry(store.get(), VNUDataTemplateSymlinkEntry(item).get());

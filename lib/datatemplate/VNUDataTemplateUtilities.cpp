@@ -6,6 +6,7 @@
 #include "common/VNLogging.h"
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "datatemplate/internal/VNAttributeForcing.h"
+#include "datatemplate/internal/VNDataTemplateLocations.h"
 #include "foundation/VNUniqueFd.h"
 #include "foundation/VNFormat.h"
 #include "platform/VNPlatformService.h"
@@ -92,12 +93,6 @@ bool shoveIntoPlace(const VNFileURL& from, const VNFileURL& to, VNError* error) 
   return fail(error, templateError(VNUDataTemplateErrorShove, shared(std::move(cause))));
 }
 
-// `path` with every link resolved; the path as given when it cannot be.
-std::string realPath(const std::string& path) {
-  std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
-  return resolved ? resolved.get() : path;
-}
-
 bool isWithin(const std::string& inner, const std::string& outer) {
   if (outer == "/") return true;
   return inner == outer || (inner.size() > outer.size() && inner.compare(0, outer.size(), outer) == 0 &&
@@ -108,8 +103,8 @@ bool isWithin(const std::string& inner, const std::string& outer) {
 // it receives (the copy would copy itself), nor hold the template.
 bool checkVolumesApart(const VNFileURL& system, const VNFileURL& dataTemplate, const VNFileURL& data,
                        VNError* error) {
-  std::string systemPath = realPath(system.path()), templatePath = realPath(dataTemplate.path());
-  std::string dataPath = realPath(data.path());
+  std::string systemPath = VNResolvedPath(system.path()), templatePath = VNResolvedPath(dataTemplate.path());
+  std::string dataPath = VNResolvedPath(data.path());
   if (dataPath != systemPath && !isWithin(dataPath, templatePath) && !isWithin(templatePath, dataPath)) return true;
   VNError overlap = templateError(VNUDataTemplateErrorVolumesOverlap);
   overlap.setUserInfoValue(VNLocalizedDescriptionKey,

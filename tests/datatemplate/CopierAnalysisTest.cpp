@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "CopierFakes.h"
 #include "datatemplate/VNBomStore.h"
 
@@ -46,6 +48,16 @@ std::vector<WalkedEntry> walk(VNUDataTemplateCopier& copier) {
                        bom_entry_type(entry) == 3 ? bom_entry_symlink_target(entry) : "", symlinked});
   });
   return entries;
+}
+
+// How many of this process's descriptors are open on `path`.
+int descriptorsOn(const std::string& path) {
+  std::error_code ignored;
+  std::string wanted = std::filesystem::canonical(path, ignored).string();
+  int count = 0;
+  for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd", ignored))
+    count += std::filesystem::read_symlink(fd.path(), ignored).string() == wanted;
+  return count;
 }
 
 const WalkedEntry* find(const std::vector<WalkedEntry>& entries, std::string_view path) {
@@ -195,6 +207,27 @@ TEST(CopierAnalysisTest, AnalysisRunsOnceWhenNeededAndLogsOneLine) {
   EXPECT_EQ(system.copier->totalItems(), items);
   system.copier->analyzeDataTemplate();
   EXPECT_EQ(system.copier->totalItems(), items + 1);
+}
+
+// The template root may be a link to the folder that holds the template:
+// the BOM is found through it, and the BOM is closed once the analysis or a
+// failed copy returns, so the system volume is not kept busy.
+TEST(CopierAnalysisTest, BOMIsFoundThroughARootLinkAndNeverLeftOpen) {
+  TemplateSystem system;
+  system.makeTemplate();
+  VNWriteTestFile(system.templatePath("a"), "0123456789");
+  system.writeTemplateBOM();
+  std::filesystem::rename(system.templatePath(), system.root / "elsewhere");
+  std::filesystem::create_directory_symlink("../../../elsewhere", system.templatePath());
+
+  system.copier->analyzeDataTemplate();
+  EXPECT_TRUE(system.copier->hasDataTemplateBOM());
+  EXPECT_EQ(system.copier->totalItems(), TemplateSystem::kFixedItems + 1);
+  EXPECT_EQ(descriptorsOn(system.bomPath()), 0) << "after the analysis";
+  VNWriteTestFile(system.root / "a-file", "not a folder");
+  VNError error;
+  EXPECT_FALSE(system.copier->copyDataTemplateToURL(VNFileURL::fileURLWithPath(system.root / "a-file", true), &error));
+  EXPECT_EQ(descriptorsOn(system.bomPath()), 0) << "after a failed copy";
 }
 
 }  // namespace

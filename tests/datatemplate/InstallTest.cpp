@@ -107,6 +107,17 @@ TEST_F(InstallTest, PopulatesTheVolumeAroundTheUsersFiles) {
   EXPECT_THAT(lines, ::testing::Contains(HasSubstr("Data Template Source: file://" + tmpl)));
 }
 
+TEST_F(InstallTest, TemplateRootThatIsALinkIsFollowed) {
+  fs::rename(tmpl, dir / "elsewhere");
+  fs::create_directory_symlink(dir / "elsewhere", tmpl);
+  ASSERT_EQ(::symlink("Preferences", (dir / "elsewhere/Library/linked").c_str()), 0);
+  VNError error;
+  ASSERT_TRUE(install(&error)) << error.description();
+  EXPECT_EQ(VNReadTestFile(data + "/Library/Preferences/defaults"), std::string(5000, 'p'));
+  EXPECT_THAT(data + "/Users/Shared", HasMode(01777));
+  EXPECT_EQ(fs::read_symlink(data + "/Library/linked"), "Preferences") << "links below the root stay links";
+}
+
 TEST_F(InstallTest, TetherlinkFlagDoesNotChangeTheResult) {
   ASSERT_TRUE(VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(folder(system), folder(data), false, nullptr));
   auto first = VNReadTestFile(data + "/Users/Shared/welcome");

@@ -19,11 +19,10 @@ VNBomEntryPtr VNUDataTemplateSymlinkEntry(const VNUDataTemplateSymlinkedItem& it
 
 // The analysis walks the template's BOM with the symlink patterns already;
 // the receipt BOM is that BOM with the same entries replaced. Kept from the
-// analysis, the open BOM and the entries it found spare the receipt a second
-// open (with its checks) and a second walk. They serve only while the
-// pattern lists are the ones the analysis used.
+// analysis, the entries it found spare the receipt a second walk (the BOM
+// itself is opened again: the copier keeps nothing open between calls).
+// They serve only while the pattern lists are the ones the analysis used.
 struct VNUDataTemplateCopier::AnalysisForReceipt {
-  VNBomStorePtr bom;
   std::vector<VNUDataTemplateSymlinkedItem> symlinked;
   std::shared_ptr<const PatternList> filePatterns;
   std::shared_ptr<const PatternList> directoryPatterns;

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <cstdlib>
+#include <memory>
+#include <string>
+
 // Fixed places of the data-template subsystem, relative to a system root or
 // to a template or target folder.
 namespace VNDataTemplateLocations {
@@ -12,3 +16,9 @@ inline constexpr const char* kSystemVersionFile = "System/Library/Baseworks/Syst
 inline constexpr const char* kReceiptsFolder = "Library/Veltra/System/Library/Receipts";
 
 }  // namespace VNDataTemplateLocations
+
+// `path` with every link in it resolved; the path as given when it cannot be.
+inline std::string VNResolvedPath(const std::string& path) {
+  std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+  return resolved ? std::string(resolved.get()) : path;
+}
