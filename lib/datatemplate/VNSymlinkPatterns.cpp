@@ -50,12 +50,50 @@ std::string_view VNStripTemplateRelativePath(std::string_view path) {
 
 bool VNIsEmptyTemplatePath(std::string_view text) { return VNStripTemplateRelativePath(text).empty(); }
 
+namespace {
+
+constexpr std::string_view kBelowFolder = "/**";
+
+// `pattern` must be NUL-terminated at its end.
+bool matchesGlob(std::string_view pattern, const char* path) {
+  int flags = FNM_PATHNAME;
+  if (pattern.ends_with(kBelowFolder)) flags |= FNM_LEADING_DIR;
+  return ::fnmatch(pattern.data(), path, flags) == 0;
+}
+
+bool isLiteral(std::string_view text) { return text.find_first_of("*?[\\") == std::string_view::npos; }
+
+}  // namespace
+
 bool VNMatchesSymlinkPattern(const std::vector<std::string>& patterns, const char* path) {
-  for (const std::string& pattern : patterns) {
-    int flags = FNM_PATHNAME;
-    if (pattern.ends_with("/**")) flags |= FNM_LEADING_DIR;
-    if (::fnmatch(pattern.c_str(), path, flags) == 0) return true;
+  for (const std::string& pattern : patterns)
+    if (matchesGlob(pattern, path)) return true;
+  return false;
+}
+
+VNSymlinkPatternSet::VNSymlinkPatternSet(std::vector<std::string> patterns) : patterns_(std::move(patterns)) {
+  for (const std::string& pattern : patterns_) {
+    std::string_view text(pattern);
+    if (isLiteral(text)) {
+      exact_.insert(text);
+    } else if (text.ends_with(kBelowFolder) && isLiteral(text.substr(0, text.size() - kBelowFolder.size()))) {
+      folders_.insert(text.substr(0, text.size() - kBelowFolder.size()));
+    } else {
+      globs_.push_back(text);
+    }
   }
+}
+
+bool VNSymlinkPatternSet::matches(const char* path) const {
+  std::string_view text(path);
+  if (exact_.contains(text)) return true;
+  // "F/**" under FNM_LEADING_DIR matches whatever follows "F/".
+  if (!folders_.empty()) {
+    for (std::size_t slash = text.find('/'); slash != std::string_view::npos; slash = text.find('/', slash + 1))
+      if (folders_.contains(text.substr(0, slash))) return true;
+  }
+  for (std::string_view glob : globs_)
+    if (matchesGlob(glob, path)) return true;
   return false;
 }
 

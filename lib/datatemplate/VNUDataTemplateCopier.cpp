@@ -3,6 +3,7 @@
 #include "datatemplate/VNUDataTemplateCopier.h"
 
 #include "datatemplate/internal/VNDataTemplateLocations.h"
+#include "datatemplate/internal/VNSymlinkPatterns.h"
 #include "platform/VNPlatformService.h"
 #include "platform/VNRunningSystemVersion.h"
 #include "platform/VNSystemLog.h"
@@ -54,14 +55,26 @@ void VNUDataTemplateCopier::setProgressHandler(ProgressHandler handler) {
                                  : nullptr);
 }
 
+namespace {
+
+// The list of a pattern set, sharing the set's ownership: the same pointer
+// for as long as the set is the copier's.
+std::shared_ptr<const VNUDataTemplateCopier::PatternList> listOf(std::shared_ptr<const VNSymlinkPatternSet> set) {
+  if (!set) return nullptr;
+  const VNUDataTemplateCopier::PatternList* list = &set->patterns();
+  return std::shared_ptr<const VNUDataTemplateCopier::PatternList>(std::move(set), list);
+}
+
+}  // namespace
+
 std::shared_ptr<const VNUDataTemplateCopier::PatternList>
 VNUDataTemplateCopier::symlinkedFilePatterns() const {
-  return symlinkedFilePatterns_.load();
+  return listOf(symlinkedFilePatterns_.load());
 }
 
 std::shared_ptr<const VNUDataTemplateCopier::PatternList>
 VNUDataTemplateCopier::symlinkedDirectoryPatterns() const {
-  return symlinkedDirectoryPatterns_.load();
+  return listOf(symlinkedDirectoryPatterns_.load());
 }
 
 void VNUDataTemplateCopier::log(std::string_view format, std::span<const VNFormatArg> arguments) {

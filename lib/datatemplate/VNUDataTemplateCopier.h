@@ -18,6 +18,7 @@
 
 struct BomStore;
 struct BomEntry;
+class VNSymlinkPatternSet;
 
 // Domain of the data-template subsystem's errors: "org.varnel.VNUDataTemplateErrorDomain".
 VN_EXTERN_C VN_EXPORT const char* const VNUDataTemplateErrorDomain;
@@ -210,8 +211,8 @@ class VN_EXPORT VNUDataTemplateCopier {
   const VNFileURL systemURL_;
   VNSharedSlot<LogHandler> logHandler_;
   VNSharedSlot<ProgressHandler> progressHandler_;
-  VNSharedSlot<PatternList> symlinkedFilePatterns_;
-  VNSharedSlot<PatternList> symlinkedDirectoryPatterns_;
+  VNSharedSlot<VNSymlinkPatternSet> symlinkedFilePatterns_;
+  VNSharedSlot<VNSymlinkPatternSet> symlinkedDirectoryPatterns_;
   bool hasDataTemplateBOM_ = false;
   std::uint64_t totalItems_ = 0;
   std::uint64_t totalBytes_ = 0;

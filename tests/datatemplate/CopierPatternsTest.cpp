@@ -1,7 +1,11 @@
 // Symlink-pattern manifest reading, path matching and link texts.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstring>
+#include <functional>
 
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "datatemplate/internal/VNSymlinkPatterns.h"
@@ -184,13 +188,52 @@ TEST(CopierPatternsTest, MissingManifestGivesEmptyListsOnce) {
   EXPECT_EQ(system->messages, (std::vector<std::string>{"symlinked patterns manifest not present"}));
 }
 
-TEST(CopierPatternsTest, UnreadableManifestCountsAsMissing) {
-  auto system = systemWithManifest(nullptr);
-  // A folder opens but can't be read.
-  ::mkdir((system->root / "System/Library/Templates/Data.symlink-patterns").c_str(), 0755);
-  system->copier->loadSymlinkedPatterns();
-  EXPECT_TRUE(system->copier->symlinkedFilePatterns()->empty());
-  EXPECT_EQ(system->messages, (std::vector<std::string>{"symlinked patterns manifest not present"}));
+// What is not a regular file is refused before it is read: a FIFO would
+// block the copier forever, a device could be endless. So is a manifest
+// larger than the cap.
+TEST(CopierPatternsTest, ManifestThatIsNoSmallRegularFileCountsAsMissing) {
+  struct Case {
+    const char* what;
+    std::function<void(const std::string& path)> make;
+    const char* reason;
+  };
+  const Case cases[] = {
+      {"folder", [](const std::string& path) { ::mkdir(path.c_str(), 0755); }, " is not a regular file"},
+      {"FIFO", [](const std::string& path) { ::mkfifo(path.c_str(), 0644); }, " is not a regular file"},
+      {"endless device", [](const std::string& path) { ::symlink("/dev/zero", path.c_str()); },
+       " is not a regular file"},
+      {"too large", [](const std::string& path) {
+         VNWriteTestFile(path, "a\n");
+         ::truncate(path.c_str(), static_cast<off_t>(kMaxManifestBytes) + 1);
+       }, " is larger than 8388608 bytes"},
+  };
+  for (const Case& c : cases) {
+    auto system = systemWithManifest(nullptr);
+    std::string path = system->root / "System/Library/Templates/Data.symlink-patterns";
+    c.make(path);
+    system->copier->loadSymlinkedPatterns();
+    EXPECT_TRUE(system->copier->symlinkedFilePatterns()->empty()) << c.what;
+    EXPECT_EQ(system->messages, (std::vector<std::string>{"ignoring symlinked patterns manifest: " + path + c.reason,
+                                                          "symlinked patterns manifest not present"}))
+        << c.what;
+  }
+}
+
+// The indexed set answers as fnmatch over the whole list does, for each
+// pattern alone and for all of them together.
+TEST(CopierPatternsTest, PatternSetAnswersAsTheListDoes) {
+  const std::vector<std::string> patterns = {
+      "Library/Caches/**", "a/b", "/**", "x/**/y/**", "lit/\\**", "q?/**", "top", "deep/er/**", "star*"};
+  const char* paths[] = {"Library/Caches", "Library/Caches/", "Library/Caches/a", "Library/Caches//a/b",
+                         "Library/CachesX/a", "a/b", "a/b/c", "a", "", "/x", "x/1/y/2/3", "lit/**", "lit/*/z",
+                         "q1/z", "qq/z/w", "top", "top/x", "deep/er", "deep/er/x", "star", "starry/x"};
+  VNSymlinkPatternSet all(patterns);
+  for (const char* path : paths) {
+    EXPECT_EQ(all.matches(path), VNMatchesSymlinkPattern(patterns, path)) << path;
+    for (const std::string& pattern : patterns)
+      EXPECT_EQ(VNSymlinkPatternSet({pattern}).matches(path), VNMatchesSymlinkPattern({pattern}, path))
+          << pattern << " " << path;
+  }
 }
 
 TEST(CopierPatternsTest, LinkTextLeadsUpToTheVolumeRootAndIntoTheTemplate) {

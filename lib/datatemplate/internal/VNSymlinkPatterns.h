@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 // The symlink-pattern manifest: a text file of lines, each a pattern for
@@ -12,6 +14,10 @@
 // of "/", "./" and a final lone "." is ignored. Nothing else is trimmed.
 // Bytes after a NUL in a line are not part of the pattern, as patterns are C
 // strings.
+// The copier reads a manifest of at most this many bytes (some 150,000
+// patterns); a larger one is ignored, as one that is not a regular file is.
+inline constexpr std::uint64_t kMaxManifestBytes = 8u << 20;
+
 class VNSymlinkPatternReader {
  public:
   static constexpr std::size_t kMaxLineBytes = 1024;
@@ -43,5 +49,29 @@ bool VNIsEmptyTemplatePath(std::string_view text);
 
 // Whether one of `patterns`, in order, matches the already stripped `path`
 // under fnmatch with FNM_PATHNAME, plus FNM_LEADING_DIR for a pattern that
-// ends in "/**".
-bool VNMatchesSymlinkPattern(const std::vector<std::string>& patterns, const char* path);
+// ends in "/**". Costs one fnmatch per pattern: VNSymlinkPatternSet gives the
+// same answer without.
+[[nodiscard]] bool VNMatchesSymlinkPattern(const std::vector<std::string>& patterns, const char* path);
+
+// A pattern list prepared for matching many paths. A pattern without
+// wildcards or escapes ("*", "?", "[", "\") matches only the path equal to
+// it, and such a folder path followed by "/**" matches every path that starts
+// with the folder path and a "/": both kinds are looked up by hash, so their
+// number does not slow matching. Only the other patterns go through fnmatch.
+class VNSymlinkPatternSet {
+ public:
+  explicit VNSymlinkPatternSet(std::vector<std::string> patterns);
+  VNSymlinkPatternSet(const VNSymlinkPatternSet&) = delete;
+  VNSymlinkPatternSet& operator=(const VNSymlinkPatternSet&) = delete;
+
+  const std::vector<std::string>& patterns() const { return patterns_; }
+  // The answer of VNMatchesSymlinkPattern(patterns(), path).
+  [[nodiscard]] bool matches(const char* path) const;
+
+ private:
+  std::vector<std::string> patterns_;
+  // Views into patterns_, which never changes after construction.
+  std::unordered_set<std::string_view> exact_;
+  std::unordered_set<std::string_view> folders_;
+  std::vector<std::string_view> globs_;
+};
