@@ -109,6 +109,20 @@ class VN_EXPORT VNUDataTemplateCopier {
   std::uint64_t totalSymlinkedItems() const { return totalSymlinkedItems_; }
   std::uint64_t totalDuplicateItems() const { return totalDuplicateItems_; }
 
+  // What the last copy laid down, counted as it went (all 0 before the
+  // first copy, and for a template that is not there): items of every kind,
+  // the bytes of the files and the blocks they take, clones (later names of
+  // a hard-linked file) and the symbolic links that stand for symlinked
+  // items. After a failed copy, what was laid down before it failed.
+  struct CopyCounts {
+    std::uint64_t items = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t bytesOnDisk = 0;
+    std::uint64_t clonedItems = 0;
+    std::uint64_t symlinkedItems = 0;
+  };
+  const CopyCounts& lastCopyCounts() const { return lastCopyCounts_; }
+
   // The template system's version file as a dictionary. When it can't be
   // read, logs "using current system version, could not read <path>" and
   // answers the running system's version dictionary instead.
@@ -218,6 +232,7 @@ class VN_EXPORT VNUDataTemplateCopier {
   std::uint64_t totalBytes_ = 0;
   std::uint64_t totalSymlinkedItems_ = 0;
   std::uint64_t totalDuplicateItems_ = 0;
+  CopyCounts lastCopyCounts_;
   // Set by analyzeDataTemplate, used and dropped by the receipt's writing;
   // touched only on the calling thread.
   std::shared_ptr<AnalysisForReceipt> analysisForReceipt_;

@@ -84,6 +84,7 @@ bool VNUDataTemplateCopier::_copyDataTemplateIfNeededToURL(const VNFileURL& targ
                                                            ProgressHandler progress) {
   const std::string templatePath = dataTemplateURL().path();
   const std::string& targetPath = target.path();
+  lastCopyCounts_ = CopyCounts();
   if (::access(templatePath.c_str(), F_OK) != 0) {
     log("skipping data template copy, template not present: %s", templatePath);
     return true;
@@ -129,6 +130,8 @@ bool VNUDataTemplateCopier::_copyDataTemplateIfNeededToURL(const VNFileURL& targ
   vnudtc_finish_pending(&context);
   vnudtc_send_progress(&context);
   walk.reset();
+  lastCopyCounts_ = {context.items, context.bytes, context.bytes_on_disk, context.cloned_items,
+                     context.symlinked_items};
 
   if (!context.error) {
     log("copied data template from %s -> %s: %lu items (%.2f MB, %.2f MB on disk), %lu cloned "

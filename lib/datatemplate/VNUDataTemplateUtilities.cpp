@@ -47,14 +47,28 @@ std::shared_ptr<const VNError> shared(VNError error) {
   return std::make_shared<const VNError>(std::move(error));
 }
 
-// The copier's messages go to the library's log unchanged; its progress, the
-// items finished so far, goes to the caller's block.
+// A failed step of the installation: which step, on which path, and why (the
+// underlying error), so that the code is never all a caller can show.
+// `what` is a format with one "%@" for the path.
+VNError stepError(std::int64_t code, std::string_view what, const std::string& path, VNError underlying) {
+  VNError failure = templateError(code, shared(std::move(underlying)));
+  failure.setUserInfoValue(VNLocalizedDescriptionKey, VNFormat(what, path));
+  failure.setUserInfoValue(VNFilePathErrorKey, path);
+  return failure;
+}
+
+// The copier's messages go to the library's log unchanged.
+void sendLogToLibrary(VNUDataTemplateCopier& copier) {
+  copier.setLogHandler([](VNUDataTemplateCopier&, const std::string& message) {
+    logLine(VNLogTypeDefault, __LINE__, "%@", message);
+  });
+}
+
+// Its progress, the items finished so far, goes to the caller's block.
 std::shared_ptr<VNUDataTemplateCopier> makeCopier(const VNFileURL& systemVolume,
                                                   VNUDataTemplateUtilities::ProgressBlock progress) {
   auto copier = VNUDataTemplateCopier::initWithSystemURL(systemVolume);
-  copier->setLogHandler([](VNUDataTemplateCopier&, const std::string& message) {
-    logLine(VNLogTypeDefault, __LINE__, "%@", message);
-  });
+  sendLogToLibrary(*copier);
   copier->setProgressHandler(
       [progress = std::move(progress)](VNUDataTemplateCopier&, std::uint64_t items, std::uint64_t) {
         if (progress) progress(items);
@@ -74,8 +88,8 @@ bool createTemporaryFolder(const VNFileURL& folder, VNError* error) {
   std::error_code ec;
   std::filesystem::create_directories(folder.path(), ec);
   if (!ec) return true;
-  return fail(error, templateError(VNUDataTemplateErrorCreateTemporaryFolder,
-                                   shared(VNError::posix(ec.value(), folder.path(), "create folder"))));
+  return fail(error, stepError(VNUDataTemplateErrorCreateTemporaryFolder, "Could not create the temporary folder %@",
+                               folder.path(), VNError::posix(ec.value(), folder.path(), "create folder")));
 }
 
 bool shoveIntoPlace(const VNFileURL& from, const VNFileURL& to, VNError* error) {
@@ -90,7 +104,8 @@ bool shoveIntoPlace(const VNFileURL& from, const VNFileURL& to, VNError* error) 
   // The shove says which item stopped it only in its log; keep that as the cause.
   VNError cause = VNError::posix(result, to.path(), "move the template into place");
   if (!lastError.empty()) cause.setUserInfoValue(VNLocalizedDescriptionKey, lastError);
-  return fail(error, templateError(VNUDataTemplateErrorShove, shared(std::move(cause))));
+  return fail(error, stepError(VNUDataTemplateErrorShove, "Could not move the template's copy in %@ onto the data volume",
+                               from.path(), std::move(cause)));
 }
 
 bool isWithin(const std::string& inner, const std::string& outer) {
@@ -119,10 +134,12 @@ std::unique_ptr<VNVolumeLock> lockVolume(const VNFileURL& data, VNError* error) 
   std::optional<long> holder;
   auto lock = VNVolumeLock::acquire(data.path(), kLockName, &underlying, &holder);
   if (lock) return lock;
-  VNError busy = templateError(underlying.isPOSIX(EBUSY) ? VNUDataTemplateErrorVolumeBusy
-                                                         : VNUDataTemplateErrorCreateTemporaryFolder,
-                               shared(underlying));
-  if (underlying.isPOSIX(EBUSY))
+  if (!underlying.isPOSIX(EBUSY)) {
+    fail(error, stepError(VNUDataTemplateErrorCreateTemporaryFolder, "Could not lock the data volume %@", data.path(),
+                          std::move(underlying)));
+    return nullptr;
+  }
+  VNError busy = templateError(VNUDataTemplateErrorVolumeBusy, shared(underlying));
     busy.setUserInfoValue(VNLocalizedDescriptionKey,
                           holder ? VNFormat("Another installation (process %ld) is using the data volume %@",
                                             *holder, data.path())
@@ -136,6 +153,14 @@ std::unique_ptr<VNVolumeLock> lockVolume(const VNFileURL& data, VNError* error) 
 bool VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(
     const VNFileURL& systemVolumePath, const VNFileURL& dataVolumePath, bool,
     ProgressBlock progressBlock, VNError* error) {
+  return copyDataTemplateWithCopier(*makeCopier(systemVolumePath, std::move(progressBlock)), dataVolumePath,
+                                    error);
+}
+
+bool VNUDataTemplateUtilities::copyDataTemplateWithCopier(VNUDataTemplateCopier& copier,
+                                                          const VNFileURL& dataVolumePath, VNError* error) {
+  if (!copier.logHandler()) sendLogToLibrary(copier);
+  const VNFileURL& systemVolumePath = copier.systemURL();
   if (systemVolumePath.empty() || dataVolumePath.empty()) {
     VNError missing = templateError(VNUDataTemplateErrorNoMountPoint);
     missing.setUserInfoValue(VNLocalizedDescriptionKey,
@@ -144,27 +169,30 @@ bool VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(
                                       dataVolumePath.empty() ? nullptr : dataVolumePath.absoluteString().c_str()));
     return fail(error, std::move(missing));
   }
-  auto copier = makeCopier(systemVolumePath, std::move(progressBlock));
-  logLine(VNLogTypeDefault, __LINE__, "Data Template Source: %@", copier->dataTemplateURL());
+  logLine(VNLogTypeDefault, __LINE__, "Data Template Source: %@", copier.dataTemplateURL());
   logLine(VNLogTypeDefault, __LINE__, "Template Destination Mountpoint: %@", dataVolumePath);
 
-  if (!checkVolumesApart(systemVolumePath, copier->dataTemplateURL(), dataVolumePath, error)) return false;
+  if (!checkVolumesApart(systemVolumePath, copier.dataTemplateURL(), dataVolumePath, error)) return false;
   std::unique_ptr<VNVolumeLock> lock = lockVolume(dataVolumePath, error);
   if (!lock) return false;
 
   const VNFileURL temporary = dataVolumePath.URLByAppendingPathComponent(kTemporaryFolderName, true);
   VNError removal;
   if (!removeTemporaryFolder(temporary, &removal))
-    return fail(error, templateError(VNUDataTemplateErrorRemoveTemporaryFolder, shared(removal)));
+    return fail(error, stepError(VNUDataTemplateErrorRemoveTemporaryFolder,
+                                 "Could not remove the temporary folder %@ an earlier installation left",
+                                 temporary.path(), std::move(removal)));
   if (!createTemporaryFolder(temporary, error)) return false;
-  if (!copier->copyDataTemplateToURL(temporary, error)) return false;
+  if (!copier.copyDataTemplateToURL(temporary, error)) return false;
   if (!shoveIntoPlace(temporary, dataVolumePath, error)) return false;
   if (!removeTemporaryFolder(temporary, &removal))
     logLine(VNLogTypeFault, __LINE__, "Unable to clean up Template temp directory: %@ (%@)", temporary, removal);
 
   VNError forcing;
-  if (!_preserveAttributesFromDataTemplate(copier->dataTemplateURL(), dataVolumePath, &forcing))
-    return fail(error, templateError(VNUDataTemplateErrorForceAttributes, shared(forcing)));
+  if (!_preserveAttributesFromDataTemplate(copier.dataTemplateURL(), dataVolumePath, &forcing))
+    return fail(error, stepError(VNUDataTemplateErrorForceAttributes,
+                                 "Could not give the template's attributes to the items below %@",
+                                 dataVolumePath.path(), std::move(forcing)));
   return true;
 }
 

@@ -9,6 +9,7 @@
 #include "foundation/VNFileURL.h"
 #include "foundation/VNValue.h"
 
+class VNUDataTemplateCopier;
 class VNUVersion;
 
 // Whether the data template on a data volume belongs to the system on its
@@ -40,7 +41,9 @@ class VN_EXPORT VNUDataTemplateUtilities {
   // An empty URL for either root fails at once with code 1 and touches
   // nothing. A failure of the copy hands on the copier's own error and
   // leaves the temporary folder for the next run to remove; other failures
-  // report codes 6, 7, 8 or 9 of VNUDataTemplateErrorDomain.
+  // report codes 6, 7, 8 or 9 of VNUDataTemplateErrorDomain, with a
+  // description naming the step and its path, the path (VNFilePathErrorKey)
+  // and the error that stopped the step as the underlying error.
   static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
                                                    const VNFileURL& dataVolumePath,
                                                    bool instantiateTetherlinks,
@@ -53,6 +56,14 @@ class VN_EXPORT VNUDataTemplateUtilities {
   static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
                                                    const VNFileURL& dataVolumePath,
                                                    VNError* error = nullptr);
+  // The same installation through a copier the caller made on the system
+  // volume and may have analysed already (to size a progress display): the
+  // analysis is not run again, progress goes to the copier's own handler,
+  // and afterwards its lastCopyCounts say what was laid down. A copier
+  // without a log handler gets one that sends its messages to the library's
+  // log, as above.
+  static bool copyDataTemplateWithCopier(VNUDataTemplateCopier& copier, const VNFileURL& dataVolumePath,
+                                         VNError* error = nullptr);
 
   // Forces, for each folder of the attribute-forcing list ("Users"), the
   // attributes of the template's items onto the target's. Stops at the first

@@ -95,3 +95,33 @@ TEST(VarnelTool, JSONNamesOfAnyBytesMapBackToTheFiles) {
   VNToolRun text = VNRunVarnel("bom list " + dir / "t.bom");
   EXPECT_EQ(std::count(text.out.begin(), text.out.end(), '\n'), 3) << text.out;
 }
+
+// varnel install through a template root that is a link, without a template
+// BOM: the summary counts what was laid down; a failed step names its path
+// and says why; a path the kernel cannot take is called what it is.
+TEST(VarnelTool, InstallCountsWhatItLaidDownAndSaysWhyItFailed) {
+  VNTestDir dir;
+  ASSERT_EQ(VNRunCommand("mkdir -p " + dir / "elsewhere/Users/Shared " + dir / "system/System/Library/Templates " +
+                         dir / "data " + dir / "locked"),
+            0);
+  VNWriteTestFile(dir / "elsewhere/Users/Shared/file", std::string(5000, 'f'));
+  ASSERT_EQ(::symlink((dir / "elsewhere").c_str(), (dir / "system/System/Library/Templates/Data").c_str()), 0);
+
+  VNToolRun installed = VNRunVarnel("install --json --system " + dir / "system" + " --data " + dir / "data");
+  ASSERT_EQ(installed.status, 0) << installed.err;
+  EXPECT_NE(installed.out.find("\"bytes\": 5000,"), std::string::npos) << installed.out;
+  EXPECT_NE(installed.out.find("\"items\": 4,"), std::string::npos) << installed.out;
+
+  // The lock file must be a regular file: a folder there stops the step.
+  ASSERT_EQ(::mkdir((dir / "locked/.DTemplateInstantiation.lock").c_str(), 0755), 0);
+  VNToolRun refused = VNRunVarnel("install --system " + dir / "system" + " --data " + dir / "locked");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.err.find("varnel: Could not lock the data volume " + dir / "locked\n"), std::string::npos)
+      << refused.err;
+  EXPECT_NE(refused.err.find("because: "), std::string::npos) << refused.err;
+  EXPECT_NE(refused.err.find(".DTemplateInstantiation.lock"), std::string::npos) << refused.err;
+
+  VNToolRun tooLong = VNRunVarnel("install --system " + dir / "system" + " --data " + dir / std::string(5000, 'x'));
+  EXPECT_EQ(tooLong.status, 2);
+  EXPECT_NE(tooLong.err.find(": File name too long"), std::string::npos) << tooLong.err;
+}

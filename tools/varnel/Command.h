@@ -30,10 +30,15 @@ CLI::App* commandGroup(CLI::App& app, const char* name, const char* description)
 CLI::App* templateCommand(CLI::App& app);
 
 // Prints "varnel: <description>", the error's domain, code and path, and
-// one "because:" line per underlying error to stderr.
+// one "because:" line per underlying error, with its path where its
+// description does not name it, to stderr.
 void printError(const VNError& error);
 // Prints a usage-level complaint to stderr; returns kExitUsage.
 int usageError(const std::string& message);
+// Accepts a path that names a folder; otherwise says why not with the
+// system's own reason ("File name too long", "Permission denied", ...), not
+// a guess that it does not exist.
+extern const CLI::Validator kExistingFolder;
 // A file name as one line of text output: unchanged when it is UTF-8 without
 // control characters, otherwise in the shell's $'...' form with C escapes
 // (\n, \t, \r, \\, \', and \ooo for other control bytes and bytes that are

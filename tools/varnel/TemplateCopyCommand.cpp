@@ -43,7 +43,7 @@ CommandRegistration registration("template copy", [](CLI::App& app, int& status)
   auto options = std::make_shared<CopyOptions>();
   command->add_option("SYSTEM_ROOT", options->systemRoot, "Root folder of the system")->required();
   command->add_option("TARGET", options->target, "Existing folder to copy into")
-      ->required()->check(CLI::ExistingDirectory);
+      ->required()->check(kExistingFolder);
   command->add_flag("-v,--verbose", options->verbose, "Print the copier's log on stderr");
   command->callback([options, &status] { status = runCopy(*options); });
 });

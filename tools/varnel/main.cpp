@@ -1,7 +1,10 @@
 // varnel: the command-line tool over libVarnelUtils.
 #include <fmt/format.h>
+#include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <map>
 
 #include "Command.h"
@@ -30,9 +33,22 @@ void printError(const VNError& error) {
   if (!error.filePath().empty()) std::fprintf(stderr, ", path: %s", quotedName(error.filePath()).c_str());
   std::fputc('\n', stderr);
   // The cause, and its cause: a code alone says which step failed, not why.
-  for (const VNError* cause = error.underlyingError().get(); cause; cause = cause->underlyingError().get())
-    std::fprintf(stderr, "  because: %s\n", cause->localizedDescription().c_str());
+  for (const VNError* cause = error.underlyingError().get(); cause; cause = cause->underlyingError().get()) {
+    std::string text = cause->localizedDescription();
+    const std::string path = cause->filePath();
+    if (!path.empty() && text.find(path) == std::string::npos) text += " (path: " + quotedName(path) + ")";
+    std::fprintf(stderr, "  because: %s\n", text.c_str());
+  }
 }
+
+const CLI::Validator kExistingFolder(
+    [](std::string& path) -> std::string {
+      struct stat status;
+      if (::stat(path.c_str(), &status) != 0) return quotedName(path) + ": " + std::strerror(errno);
+      if (!S_ISDIR(status.st_mode)) return quotedName(path) + ": " + std::strerror(ENOTDIR);
+      return {};
+    },
+    "DIR");
 
 int usageError(const std::string& message) {
   std::fprintf(stderr, "varnel: %s\n", message.c_str());
