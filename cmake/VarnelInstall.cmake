@@ -3,18 +3,16 @@
 # pkg-config file, the varnel tool and its manual pages, and docs/.
 #
 # A header is public when it sits directly in a subsystem folder, lib/<name>/;
-# headers under lib/<name>/internal/ stay private, and so does any header named
-# in VARNEL_PRIVATE_HEADERS because it reaches into an internal one. New
-# subsystem folders and headers are picked up without editing this file.
+# headers under lib/<name>/internal/ stay private (a public header never
+# includes one). New subsystem folders and headers are picked up without
+# editing this file.
 include(CMakePackageConfigHelpers)
 
 set(VARNEL_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/VarnelUtils)
 set(VARNEL_INSTALL_PKGCONFIGDIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-set(VARNEL_PRIVATE_HEADERS datatemplate/VNUDataTemplateCopyEngine.h)
 
 file(GLOB VARNEL_PUBLIC_HEADERS CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/lib
      ${PROJECT_SOURCE_DIR}/lib/*/*.h)
-list(REMOVE_ITEM VARNEL_PUBLIC_HEADERS ${VARNEL_PRIVATE_HEADERS})
 foreach(header ${VARNEL_PUBLIC_HEADERS})
   get_filename_component(subdir ${header} DIRECTORY)
   install(FILES lib/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VarnelUtils/${subdir}

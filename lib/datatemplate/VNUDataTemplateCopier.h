@@ -148,15 +148,15 @@ class VN_EXPORT VNUDataTemplateCopier {
   void loadSymlinkedPatternsIfNeeded();
   // Whether the template item at the template-relative `path` is laid down
   // as a symbolic link; loads the patterns first when needed.
-  bool shouldSymlinkPath(std::string_view path, bool isDirectory);
+  [[nodiscard]] bool shouldSymlinkPath(std::string_view path, bool isDirectory);
   // The same answer without loading: nothing matches while both lists are
   // null. Internal to the data-template subsystem (the copy engine calls it
   // once per item).
-  bool _shouldSymlinkPath(const char* path, bool isDirectory) const;
+  [[nodiscard]] bool _shouldSymlinkPath(const char* path, bool isDirectory) const;
 
   // Opens the template's BOM read-only; null when it can't. The caller
   // releases it with bom_free.
-  BomStore* _openDataTemplateBOM() const;
+  [[nodiscard]] BomStore* _openDataTemplateBOM() const;
   // Walks `store` (null allowed: nothing is visited) depth-first from its
   // root. An entry the patterns select (never a symbolic link) is replaced
   // by a new symbolic-link entry (mode 0120755, the link text of
@@ -176,7 +176,7 @@ class VN_EXPORT VNUDataTemplateCopier {
   // error: nothing is written and the answer is true. On failure `error`
   // (never null) holds code 5 (property list; the BOM is then not written) or
   // code 4 (BOM; the property list stays written).
-  bool _writeDataTemplateReceiptIfNeededToURL(const VNFileURL& targetURL, VNError* error);
+  [[nodiscard]] bool _writeDataTemplateReceiptIfNeededToURL(const VNFileURL& targetURL, VNError* error);
 
   // Lays the template down in the folder `target` (which must exist) and
   // writes the receipts there: analyses the template when that has not been
@@ -192,22 +192,22 @@ class VN_EXPORT VNUDataTemplateCopier {
   // caller's thread only, between items. With workers, the failure that ends
   // the copy is the first one taken back, and items already handed out when
   // it happened are still laid down.
-  bool copyDataTemplateToURL(const VNFileURL& target, VNError* error = nullptr);
-  bool copyDataTemplateToURL(const VNFileURL& target, VNError* error, ProgressHandler progress);
+  [[nodiscard]] bool copyDataTemplateToURL(const VNFileURL& target, VNError* error = nullptr);
+  [[nodiscard]] bool copyDataTemplateToURL(const VNFileURL& target, VNError* error, ProgressHandler progress);
   // The copy alone; true without copying when the template folder is missing.
-  bool _copyDataTemplateIfNeededToURL(const VNFileURL& target, VNError* error,
+  [[nodiscard]] bool _copyDataTemplateIfNeededToURL(const VNFileURL& target, VNError* error,
                                       ProgressHandler progress);
   // Writes the receipt dictionary to `plistURL` as an XML property list,
   // replacing any file there. On failure nothing changes at `plistURL`.
-  bool _writeDataTemplateReceiptPlistToURL(const VNFileURL& plistURL, VNError* error);
+  [[nodiscard]] bool _writeDataTemplateReceiptPlistToURL(const VNFileURL& plistURL, VNError* error);
   // Writes the receipt BOM to `bomURL`, replacing any file there, and
   // compresses it where the file system can. On failure nothing changes at
   // `bomURL`.
-  bool _writeDataTemplateReceiptBOMToURL(const VNFileURL& bomURL, VNError* error);
+  [[nodiscard]] bool _writeDataTemplateReceiptBOMToURL(const VNFileURL& bomURL, VNError* error);
   // A new uncommitted store for `path`: a copy of the template's BOM, or a
   // scan of the template folder (stat fields and checksums) when it has none.
   // Null when neither can be made.
-  BomStore* _openDataTemplateBOMForWritingToPath(const char* path) const;
+  [[nodiscard]] BomStore* _openDataTemplateBOMForWritingToPath(const char* path) const;
 
  private:
   explicit VNUDataTemplateCopier(VNFileURL systemURL) : systemURL_(std::move(systemURL)) {}
@@ -218,9 +218,9 @@ class VN_EXPORT VNUDataTemplateCopier {
   // The two halves of _writeDataTemplateReceiptBOMToURL: the uncommitted
   // receipt BOM with symlinked entries replaced (null on failure), and its
   // commit to `bomURL`.
-  BomStore* prepareReceiptBOM(const VNFileURL& bomURL);
+  [[nodiscard]] BomStore* prepareReceiptBOM(const VNFileURL& bomURL);
   // Takes `store` (may be null) and frees it.
-  bool commitReceiptBOM(BomStore* store, const VNFileURL& bomURL, VNError* error);
+  [[nodiscard]] bool commitReceiptBOM(BomStore* store, const VNFileURL& bomURL, VNError* error);
 
   const VNFileURL systemURL_;
   VNSharedSlot<LogHandler> logHandler_;

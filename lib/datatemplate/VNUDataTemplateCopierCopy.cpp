@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "datatemplate/VNUDataTemplateCopier.h"
-#include "datatemplate/VNUDataTemplateCopyEngine.h"
+#include "datatemplate/internal/VNUDataTemplateCopyEngine.h"
 #include "datatemplate/internal/VNDataTemplateLocations.h"
 #include "platform/VNPlatformService.h"
 

@@ -1,6 +1,6 @@
 // The copy engine: one depth-first fts walk over the template that lays each
 // item down on the target and carries its metadata over.
-#include "datatemplate/VNUDataTemplateCopyEngine.h"
+#include "datatemplate/internal/VNUDataTemplateCopyEngine.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -44,16 +44,16 @@ class VN_EXPORT VNUDataTemplateUtilities {
   // report codes 6, 7, 8 or 9 of VNUDataTemplateErrorDomain, with a
   // description naming the step and its path, the path (VNFilePathErrorKey)
   // and the error that stopped the step as the underlying error.
-  static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
+  [[nodiscard]] static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
                                                    const VNFileURL& dataVolumePath,
                                                    bool instantiateTetherlinks,
                                                    ProgressBlock progressBlock,
                                                    VNError* error = nullptr);
-  static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
+  [[nodiscard]] static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
                                                    const VNFileURL& dataVolumePath,
                                                    bool instantiateTetherlinks,
                                                    VNError* error = nullptr);
-  static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
+  [[nodiscard]] static bool copyDataTemplateWithSystemVolumePath(const VNFileURL& systemVolumePath,
                                                    const VNFileURL& dataVolumePath,
                                                    VNError* error = nullptr);
   // The same installation through a copier the caller made on the system
@@ -62,13 +62,13 @@ class VN_EXPORT VNUDataTemplateUtilities {
   // and afterwards its lastCopyCounts say what was laid down. A copier
   // without a log handler gets one that sends its messages to the library's
   // log, as above.
-  static bool copyDataTemplateWithCopier(VNUDataTemplateCopier& copier, const VNFileURL& dataVolumePath,
+  [[nodiscard]] static bool copyDataTemplateWithCopier(VNUDataTemplateCopier& copier, const VNFileURL& dataVolumePath,
                                          VNError* error = nullptr);
 
   // Forces, for each folder of the attribute-forcing list ("Users"), the
   // attributes of the template's items onto the target's. Stops at the first
   // failure.
-  static bool _preserveAttributesFromDataTemplate(const VNFileURL& dataTemplate,
+  [[nodiscard]] static bool _preserveAttributesFromDataTemplate(const VNFileURL& dataTemplate,
                                                   const VNFileURL& dataTarget,
                                                   VNError* error = nullptr);
   // Applies owner, group, permission bits, modification time and file flags
@@ -79,7 +79,7 @@ class VN_EXPORT VNUDataTemplateUtilities {
   // The product version and build in the version file below `mountPoint`;
   // null for an empty URL or a version file that cannot be read as a
   // property-list dictionary. Absent keys leave their fields empty.
-  static std::shared_ptr<VNUVersion> systemVersionForMountPoint(const VNFileURL& mountPoint);
+  [[nodiscard]] static std::shared_ptr<VNUVersion> systemVersionForMountPoint(const VNFileURL& mountPoint);
 
   // The tetherlinks joining the volume rooted at `volume` to its partner, as
   // dictionaries with VNUDTTetherlinkSourceKey and
@@ -98,6 +98,6 @@ class VN_EXPORT VNUDataTemplateUtilities {
   // `dataRoot` the system root.
   static VNUTemplateSyncState determineTemplateSyncBetween(const VNFileURL& systemRoot, const VNFileURL& dataRoot);
 
-  static bool _forceAttributesOfSrcPath(const VNFileURL& srcPath, const VNFileURL& dstPath,
+  [[nodiscard]] static bool _forceAttributesOfSrcPath(const VNFileURL& srcPath, const VNFileURL& dstPath,
                                         VNError* error = nullptr);
 };

@@ -11,5 +11,5 @@
 // link and named `destinationPath` in messages. Items below it are reached
 // through held folders only, never through a symbolic link. Missing
 // destination items are logged and skipped.
-bool VNForceAttributesBelow(const std::string& source, VNAtPath destination, const std::string& destinationPath,
+[[nodiscard]] bool VNForceAttributesBelow(const std::string& source, VNAtPath destination, const std::string& destinationPath,
                             VNError* error);
