@@ -8,6 +8,7 @@
 #include "foundation/VNUniqueFd.h"
 #include "platform/VNPowerSources.h"
 #include "platform/internal/VNPowerSupplyReading.h"
+#include "platform/internal/VNSmallFile.h"
 
 namespace {
 
@@ -18,21 +19,6 @@ struct DirCloser {
   void operator()(DIR* dir) const { ::closedir(dir); }
 };
 
-std::optional<std::string> readAttribute(int folder, const std::string& name) {
-  VNUniqueFd fd(::openat(folder, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  if (!fd) return std::nullopt;
-  std::string text(kAttributeLimit, '\0');
-  std::size_t used = 0;
-  while (used < text.size()) {
-    ssize_t got = ::read(fd.get(), text.data() + used, text.size() - used);
-    if (got < 0) return std::nullopt;
-    if (got == 0) break;
-    used += static_cast<std::size_t>(got);
-  }
-  text.resize(used);
-  return text;
-}
-
 // The supply folders are links into the device tree, which is why the open
 // follows them; nothing here writes.
 std::optional<VNSupplyFiles> readSupply(int classFolder, const std::string& name) {
@@ -40,7 +26,7 @@ std::optional<VNSupplyFiles> readSupply(int classFolder, const std::string& name
   if (!folder) return std::nullopt;
   VNSupplyFiles files;
   for (const auto& attribute : VNSupplyAttributeNames())
-    if (auto text = readAttribute(folder.get(), attribute)) files.emplace(attribute, std::move(*text));
+    if (auto text = VNReadSmallFile(folder.get(), attribute, kAttributeLimit)) files.emplace(attribute, std::move(*text));
   return files;
 }
 

@@ -31,6 +31,12 @@ class VN_EXPORT VNTypeService {
   virtual VNTypeResourceValues resourceValues(const VNFileURL& url) = 0;
   // Whether `type` is `parent` or conforms to it through the table.
   virtual bool typeConformsTo(std::string_view type, std::string_view parent) = 0;
+  // The device-type identifier of a model code, through the table of
+  // docs/device-types.md; without one, the running host's, from its chassis.
+  virtual std::string deviceTypeIdentifier(std::optional<std::string_view> modelCode) = 0;
+  // The readable description of a device-type identifier; empty for one
+  // outside the table.
+  virtual std::string deviceTypeDescription(std::string_view type) = 0;
 
   static std::shared_ptr<VNTypeService> makeDefault();
 };

@@ -1,11 +1,15 @@
-// The type table of docs/type-identifiers.md.
+// The type table of docs/type-identifiers.md and the device types of
+// docs/device-types.md.
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
 #include <string>
 
+#include "platform/VNHostIdentity.h"
+#include "platform/VNPlatformService.h"
 #include "platform/VNTypeService.h"
+#include "platform/internal/VNDeviceTypes.h"
 
 extern "C" {
 const char* const VNTypeIdentifierApplication = "org.varnel.application";
@@ -89,6 +93,13 @@ class LinuxTypeService final : public VNTypeService {
                                                     : "org.varnel.special-file";
     return values;
   }
+
+  std::string deviceTypeIdentifier(std::optional<std::string_view> modelCode) override {
+    if (modelCode) return VNDeviceTypeOfModel(*modelCode);
+    return VNDeviceTypeOfChassis(VNPlatformSlot<VNHostIdentity>::get()->chassis());
+  }
+
+  std::string deviceTypeDescription(std::string_view type) override { return VNDeviceTypeDescription(type); }
 
   bool typeConformsTo(std::string_view type, std::string_view parent) override {
     for (std::string_view current = type; !current.empty(); current = parentOf(current))

@@ -45,6 +45,8 @@ class FixedTypes final : public VNTypeService {
   bool typeConformsTo(std::string_view type, std::string_view parent) override {
     return type == parent || (type == "org.example.game" && parent == VNTypeIdentifierApplication);
   }
+  std::string deviceTypeIdentifier(std::optional<std::string_view>) override { return {}; }
+  std::string deviceTypeDescription(std::string_view) override { return {}; }
 
  private:
   VNTypeResourceValues values_;
