@@ -172,8 +172,10 @@ class VN_EXPORT VNUDataTemplateCopier {
   void analyzeDataTemplateIfNeeded();
 
   // Writes the receipt property list, then the receipt BOM, into the
-  // receipts folder below `targetURL`. A missing receipts folder is not an
-  // error: nothing is written and the answer is true. On failure `error`
+  // receipts folder below `targetURL`, reached from `targetURL` without
+  // following a symbolic link. A receipts folder that is missing, or that is
+  // or lies below a symbolic link, is not an error: nothing is written, the
+  // log says why, and the answer is true. On failure `error`
   // (never null) holds code 5 (property list; the BOM is then not written) or
   // code 4 (BOM; the property list stays written).
   [[nodiscard]] bool _writeDataTemplateReceiptIfNeededToURL(const VNFileURL& targetURL, VNError* error);
@@ -215,12 +217,25 @@ class VN_EXPORT VNUDataTemplateCopier {
   // What the last analysis leaves for the receipt BOM (see the .cpp).
   struct AnalysisForReceipt;
 
+  // A receipt file: the path it is written through (which may reach its
+  // folder through a held descriptor) and the path the log names.
+  struct ReceiptFile {
+    std::string written;
+    std::string shown;
+  };
+
+  // The receipt dictionary; logs a missing system version.
+  VNValue receiptPropertyList();
+  // Logs how writing the receipt property list to `shownPath` ended; a
+  // failure becomes code 5 in `error`.
+  [[nodiscard]] bool reportReceiptPlist(bool written, const std::string& shownPath, const VNError& writeError,
+                                        VNError* error);
   // The two halves of _writeDataTemplateReceiptBOMToURL: the uncommitted
   // receipt BOM with symlinked entries replaced (null on failure), and its
-  // commit to `bomURL`.
-  [[nodiscard]] BomStore* prepareReceiptBOM(const VNFileURL& bomURL);
+  // commit.
+  [[nodiscard]] BomStore* prepareReceiptBOM(const std::string& path);
   // Takes `store` (may be null) and frees it.
-  [[nodiscard]] bool commitReceiptBOM(BomStore* store, const VNFileURL& bomURL, VNError* error);
+  [[nodiscard]] bool commitReceiptBOM(BomStore* store, const ReceiptFile& bom, VNError* error);
 
   const VNFileURL systemURL_;
   VNSharedSlot<LogHandler> logHandler_;

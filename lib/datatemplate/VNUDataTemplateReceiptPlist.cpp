@@ -25,8 +25,7 @@ VNValue::Date now() {
 
 }  // namespace
 
-bool VNUDataTemplateCopier::_writeDataTemplateReceiptPlistToURL(const VNFileURL& plistURL,
-                                                                 VNError* error) {
+VNValue VNUDataTemplateCopier::receiptPropertyList() {
   VNValue version = systemVersionDictionary();
   const std::string* productVersion = version.findString("ProductVersion");
   const std::string* buildVersion = version.findString("ProductBuildVersion");
@@ -48,14 +47,24 @@ bool VNUDataTemplateCopier::_writeDataTemplateReceiptPlistToURL(const VNFileURL&
                                                       "org.varnel.OSTemplate.pkg-group"}));
   receipt.set("PackageIdentifier", VNUDTTemplateReceiptIdentifier);
   receipt.set("PackageVersion", packageVersion);
+  return receipt;
+}
 
-  VNError writeError;
-  if (receipt.writePropertyListFile(plistURL.path(), VNValue::Format::XML, &writeError)) {
-    log("wrote receipt plist to %s", plistURL.path());
+bool VNUDataTemplateCopier::reportReceiptPlist(bool written, const std::string& shownPath,
+                                               const VNError& writeError, VNError* error) {
+  if (written) {
+    log("wrote receipt plist to %s", shownPath);
     return true;
   }
   VNSetError(error, VNError(VNUDataTemplateErrorDomain, VNUDataTemplateErrorReceiptPlist, {},
                             std::make_shared<const VNError>(writeError)));
-  log("failed to write receipt plist to %s: %@", plistURL.path(), writeError);
+  log("failed to write receipt plist to %s: %@", shownPath, writeError);
   return false;
+}
+
+bool VNUDataTemplateCopier::_writeDataTemplateReceiptPlistToURL(const VNFileURL& plistURL,
+                                                                 VNError* error) {
+  VNError writeError;
+  const bool written = receiptPropertyList().writePropertyListFile(plistURL.path(), VNValue::Format::XML, &writeError);
+  return reportReceiptPlist(written, plistURL.path(), writeError, error);
 }

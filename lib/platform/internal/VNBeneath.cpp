@@ -1,0 +1,69 @@
+#include "platform/internal/VNBeneath.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "foundation/VNUniqueFd.h"
+
+int VNOpenFolderBeneath(int folderFd, const std::string& relative) {
+  open_how how{};
+  how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
+  const char* path = relative.empty() ? "." : relative.c_str();
+  return static_cast<int>(::syscall(SYS_openat2, folderFd, path, &how, sizeof how));
+}
+
+int VNMoveFileBeneath(int fromFd, const std::string& fromFolder, int toFd, const std::string& toFolder,
+                      const std::string& name) {
+  VNUniqueFd from(VNOpenFolderBeneath(fromFd, fromFolder));
+  if (!from) return errno;
+  VNUniqueFd to(VNOpenFolderBeneath(toFd, toFolder));
+  if (!to) return errno;
+  if (::renameat(from.get(), name.c_str(), to.get(), name.c_str()) != 0) return errno;
+  return ::fsync(to.get()) == 0 ? 0 : errno;
+}
+
+int VNRemoveFileBeneath(int fd, const std::string& folder, const std::string& name) {
+  VNUniqueFd held(VNOpenFolderBeneath(fd, folder));
+  if (!held) return errno == ENOENT ? 0 : errno;
+  if (::unlinkat(held.get(), name.c_str(), 0) == 0 || errno == ENOENT) return 0;
+  return errno;
+}
+
+namespace {
+
+// The folder holding the last component of `relative`, opened beneath
+// `fd`, and that component.
+int openParent(int fd, const std::string& relative, VNUniqueFd* parent, std::string* name) {
+  const auto slash = relative.rfind('/');
+  *name = slash == std::string::npos ? relative : relative.substr(slash + 1);
+  parent->reset(VNOpenFolderBeneath(fd, slash == std::string::npos ? std::string() : relative.substr(0, slash)));
+  return *parent ? 0 : errno;
+}
+
+}  // namespace
+
+int VNMakeFolderBeneath(int fd, const std::string& relative, unsigned mode) {
+  VNUniqueFd parent;
+  std::string name;
+  if (int err = openParent(fd, relative, &parent, &name)) return err;
+  return ::mkdirat(parent.get(), name.c_str(), mode) == 0 ? 0 : errno;
+}
+
+int VNRemoveEmptyFolderBeneath(int fd, const std::string& relative) {
+  VNUniqueFd parent;
+  std::string name;
+  if (int err = openParent(fd, relative, &parent, &name)) return err;
+  return ::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) == 0 ? 0 : errno;
+}
+
+bool VNEntryExistsBeneath(int fd, const std::string& folder, const std::string& name) {
+  VNUniqueFd held(VNOpenFolderBeneath(fd, folder));
+  struct stat status {};
+  return held && ::fstatat(held.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
