@@ -7,26 +7,23 @@
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "datatemplate/internal/VNAttributeForcing.h"
 #include "datatemplate/internal/VNDataTemplateLocations.h"
+#include "datatemplate/internal/VNInstallReceipts.h"
 #include "foundation/VNUniqueFd.h"
 #include "foundation/VNFormat.h"
 #include "platform/VNPlatformService.h"
 #include "platform/VNRemoveTree.h"
 #include "platform/VNShove.h"
 #include "platform/VNVolumeLock.h"
+#include "platform/internal/VNBeneath.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
-#include <system_error>
 
 namespace {
 
 constexpr const char* kFunction = "+[VNUDataTemplateUtilities copyDataTemplateWithSystemVolumePath:dataVolumePath:instantiateTetherlinks:progressBlock:withError:]";
-constexpr const char* kTemporaryFolderName = ".DTemplateInstantiation";
-constexpr const char* kLockName = ".DTemplateInstantiation.lock";
 constexpr std::uint32_t kShoveOptions = VNShoveMergeFolders | VNShoveReplaceItems;  // 0x30
 
 template <class... Args>
@@ -84,19 +81,21 @@ bool removeTemporaryFolder(const VNFileURL& folder, VNError* error) {
   return fail(error, std::move(underlying));
 }
 
-bool createTemporaryFolder(const VNFileURL& folder, VNError* error) {
-  std::error_code ec;
-  std::filesystem::create_directories(folder.path(), ec);
-  if (!ec) return true;
+bool createTemporaryFolder(int dataFd, const VNFileURL& folder, VNError* error) {
+  const int err = VNMakeFolderBeneath(dataFd, VNDataTemplateLocations::kTemporaryFolder, 0777);
+  if (err == 0) return true;
   return fail(error, stepError(VNUDataTemplateErrorCreateTemporaryFolder, "Could not create the temporary folder %@",
-                               folder.path(), VNError::posix(ec.value(), folder.path(), "create folder")));
+                               folder.path(), VNError::posix(err, folder.path(), "create folder")));
 }
 
-bool shoveIntoPlace(const VNFileURL& from, const VNFileURL& to, VNError* error) {
+// Moves the copy onto the data volume; what it replaces is kept in
+// `keepIn`, a folder relative to the data volume.
+bool shoveIntoPlace(const VNFileURL& from, const VNFileURL& to, const std::string& keepIn, VNError* error) {
   auto shove = VNPlatformSlot<VNShove>::get();
   logLine(VNLogTypeDefault, __LINE__, "Shoving %@ -> %@", from.path(), to.path());
   std::string lastError;
-  int result = shove->shove(from.path(), to.path(), kShoveOptions, [&](int level, const std::string& message) {
+  const VNShoveRequest request{from.path(), to.path(), kShoveOptions, keepIn};
+  int result = shove->shove(request, [&](int level, const std::string& message) {
     if (level == VNShoveLogError) lastError = message;
     logLine(level == VNShoveLogError ? VNLogTypeFault : VNLogTypeDefault, __LINE__, "Shove: %@", message);
   });
@@ -129,10 +128,57 @@ bool checkVolumesApart(const VNFileURL& system, const VNFileURL& dataTemplate, c
   return fail(error, std::move(overlap));
 }
 
+std::string at(const VNFileURL& volume, const char* relative) {
+  return volume.URLByAppendingPathComponent(relative, /*isDirectory=*/true).path();
+}
+
+// What an earlier installation left: its temporary folder, the receipts it
+// set aside, and the receipts it placed (a rerun may not finish either).
+bool clearEarlierRun(int dataFd, const VNFileURL& data, VNError* error) {
+  for (const char* leftover : {VNDataTemplateLocations::kTemporaryFolder, VNDataTemplateLocations::kHeldReceipts}) {
+    const VNFileURL folder = data.URLByAppendingPathComponent(leftover, true);
+    VNError removal;
+    if (!removeTemporaryFolder(folder, &removal))
+      return fail(error, stepError(VNUDataTemplateErrorRemoveTemporaryFolder,
+                                   "Could not remove the temporary folder %@ an earlier installation left",
+                                   folder.path(), std::move(removal)));
+  }
+  if (int err = VNRemovePlacedReceipts(dataFd)) {
+    const std::string receipts = at(data, VNDataTemplateLocations::kReceiptsFolder);
+    return fail(error, stepError(VNUDataTemplateErrorRemoveTemporaryFolder,
+                                 "Could not remove the receipts of an earlier installation in %@", receipts,
+                                 VNError::posix(err, receipts, "remove receipt")));
+  }
+  return true;
+}
+
+// Sets the receipts aside, shoves the copy into place keeping whatever it
+// replaces, and removes the temporary folder.
+bool moveOntoVolume(int dataFd, const VNFileURL& temporary, const VNFileURL& data, VNError* error) {
+  if (int err = VNHoldReceipts(dataFd)) {
+    const std::string held = at(data, VNDataTemplateLocations::kHeldReceipts);
+    return fail(error, stepError(VNUDataTemplateErrorShove, "Could not set the receipts aside in %@", held,
+                                 VNError::posix(err, held, "move the receipts aside")));
+  }
+  std::string keepIn;
+  if (int err = VNMakeReplacedItemsFolder(dataFd, &keepIn)) {
+    const std::string kept = at(data, VNDataTemplateLocations::kReplacedItems);
+    return fail(error, stepError(VNUDataTemplateErrorShove, "Could not make a folder for replaced items in %@", kept,
+                                 VNError::posix(err, kept, "create folder")));
+  }
+  const bool shoved = shoveIntoPlace(temporary, data, keepIn, error);
+  VNDropReplacedItemsFolderIfEmpty(dataFd, keepIn);
+  if (!shoved) return false;
+  VNError removal;
+  if (!removeTemporaryFolder(temporary, &removal))
+    logLine(VNLogTypeFault, __LINE__, "Unable to clean up Template temp directory: %@ (%@)", temporary, removal);
+  return true;
+}
+
 std::unique_ptr<VNVolumeLock> lockVolume(const VNFileURL& data, VNError* error) {
   VNError underlying;
   std::optional<long> holder;
-  auto lock = VNVolumeLock::acquire(data.path(), kLockName, &underlying, &holder);
+  auto lock = VNVolumeLock::acquire(data.path(), VNDataTemplateLocations::kInstallationLock, &underlying, &holder);
   if (lock) return lock;
   if (!underlying.isPOSIX(EBUSY)) {
     fail(error, stepError(VNUDataTemplateErrorCreateTemporaryFolder, "Could not lock the data volume %@", data.path(),
@@ -176,23 +222,28 @@ bool VNUDataTemplateUtilities::copyDataTemplateWithCopier(VNUDataTemplateCopier&
   std::unique_ptr<VNVolumeLock> lock = lockVolume(dataVolumePath, error);
   if (!lock) return false;
 
-  const VNFileURL temporary = dataVolumePath.URLByAppendingPathComponent(kTemporaryFolderName, true);
-  VNError removal;
-  if (!removeTemporaryFolder(temporary, &removal))
-    return fail(error, stepError(VNUDataTemplateErrorRemoveTemporaryFolder,
-                                 "Could not remove the temporary folder %@ an earlier installation left",
-                                 temporary.path(), std::move(removal)));
-  if (!createTemporaryFolder(temporary, error)) return false;
+  VNUniqueFd data(::open(dataVolumePath.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!data)
+    return fail(error, stepError(VNUDataTemplateErrorCreateTemporaryFolder, "Could not open the data volume %@",
+                                 dataVolumePath.path(), VNError::posix(errno, dataVolumePath.path(), "open folder")));
+  const VNFileURL temporary =
+      dataVolumePath.URLByAppendingPathComponent(VNDataTemplateLocations::kTemporaryFolder, true);
+  if (!clearEarlierRun(data.get(), dataVolumePath, error)) return false;
+  if (!createTemporaryFolder(data.get(), temporary, error)) return false;
   if (!copier.copyDataTemplateToURL(temporary, error)) return false;
-  if (!shoveIntoPlace(temporary, dataVolumePath, error)) return false;
-  if (!removeTemporaryFolder(temporary, &removal))
-    logLine(VNLogTypeFault, __LINE__, "Unable to clean up Template temp directory: %@ (%@)", temporary, removal);
+  if (!moveOntoVolume(data.get(), temporary, dataVolumePath, error)) return false;
 
   VNError forcing;
   if (!_preserveAttributesFromDataTemplate(copier.dataTemplateURL(), dataVolumePath, &forcing))
     return fail(error, stepError(VNUDataTemplateErrorForceAttributes,
                                  "Could not give the template's attributes to the items below %@",
                                  dataVolumePath.path(), std::move(forcing)));
+  // Last of all, so that receipts on a data volume mean a finished installation.
+  if (int err = VNPlaceHeldReceipts(data.get())) {
+    const std::string receipts = at(dataVolumePath, VNDataTemplateLocations::kReceiptsFolder);
+    return fail(error, stepError(VNUDataTemplateErrorShove, "Could not place the receipts in %@", receipts,
+                                 VNError::posix(err, receipts, "move the receipts into place")));
+  }
   return true;
 }
 

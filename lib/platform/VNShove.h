@@ -31,6 +31,23 @@ inline constexpr int VNShoveLogError = 2;
 // that item with EEXIST. Merged folders keep the destination's own attributes.
 // What was moved before a failure stays moved; what was not stays in the
 // source. Symbolic links are moved as links, never followed.
+//
+// With `keepReplacedIn` set, nothing of the destination is deleted: an item
+// being replaced is first moved to that folder (a path relative to the
+// destination, created with mode 0700 when first needed), at its own path
+// relative to the destination, and with VNShoveReplaceItems a folder where
+// the source has a non-folder item is moved there too, so that the source's
+// item takes its place. Each such move is logged at VNShoveLogInfo. An item
+// that is what the source brings (same kind, size, modification time, mode
+// and owner, and for a link the same target; what an earlier shove of the
+// same source laid down) is replaced without being kept.
+struct VNShoveRequest {
+  std::string source;
+  std::string destination;
+  std::uint32_t options = 0;
+  std::string keepReplacedIn;
+};
+
 class VN_EXPORT VNShove {
  public:
   using LogCallback = std::function<void(int level, const std::string& message)>;
@@ -40,8 +57,7 @@ class VN_EXPORT VNShove {
   // Returns 0, or the errno that stopped the shove (EXDEV when source and
   // destination lie on different file systems). Every failure is also
   // reported to `log` at VNShoveLogError with the paths involved.
-  virtual int shove(const std::string& source, const std::string& destination,
-                    std::uint32_t options, const LogCallback& log) = 0;
+  virtual int shove(const VNShoveRequest& request, const LogCallback& log) = 0;
 
   static std::shared_ptr<VNShove> makeDefault();
 };

@@ -18,24 +18,33 @@
 
 namespace {
 
+// A folder of either tree: its descriptor, its path for log lines, and its
+// path relative to the tree's top ("" for the top).
 struct Folder {
   int fd;
   const std::string& path;
+  const std::string& relative;
 };
+
+std::string joined(const std::string& relative, const std::string& name) {
+  return relative.empty() ? name : relative + "/" + name;
+}
 
 class RenameShove final : public VNShove {
  public:
-  int shove(const std::string& source, const std::string& destination, std::uint32_t options,
-            const LogCallback& log) override {
-    options_ = options;
+  int shove(const VNShoveRequest& request, const LogCallback& log) override {
+    options_ = request.options;
+    keep_ = request.keepReplacedIn;
     log_ = &log;
-    const std::string sourcePath = withoutTrailingSlashes(source);
-    const std::string destinationPath = withoutTrailingSlashes(destination);
+    const std::string sourcePath = withoutTrailingSlashes(request.source);
+    destinationPath_ = withoutTrailingSlashes(request.destination);
     VNUniqueFd from(openFolder(AT_FDCWD, sourcePath.c_str()));
     if (!from) return fail(errno, "open source folder", sourcePath);
-    VNUniqueFd to(openFolder(AT_FDCWD, destinationPath.c_str()));
-    if (!to) return fail(errno, "open destination folder", destinationPath);
-    return merge({from.get(), sourcePath}, {to.get(), destinationPath});
+    VNUniqueFd to(openFolder(AT_FDCWD, destinationPath_.c_str()));
+    if (!to) return fail(errno, "open destination folder", destinationPath_);
+    destinationFd_ = to.get();
+    const std::string top;
+    return merge({from.get(), sourcePath, top}, {to.get(), destinationPath_, top});
   }
 
  private:
@@ -117,15 +126,18 @@ class RenameShove final : public VNShove {
       return fail(errno, "examine", source);
     if (::fstatat(to.fd, name.c_str(), &dst, AT_SYMLINK_NOFOLLOW) != 0)
       return fail(errno, "examine", target);
-    if (S_ISDIR(dst.st_mode)) {
-      if (!S_ISDIR(src.st_mode)) return fail(EISDIR, "replace folder", target);
+    const bool keeping = !keep_.empty() && (options_ & VNShoveReplaceItems);
+    if (S_ISDIR(dst.st_mode) && S_ISDIR(src.st_mode)) {
       if (!(options_ & VNShoveMergeFolders)) return fail(EEXIST, "merge into", target);
       VNUniqueFd subFrom(openFolder(from.fd, name.c_str()));
       if (!subFrom) return fail(errno, "open", source);
       VNUniqueFd subTo(openFolder(to.fd, name.c_str()));
       if (!subTo) return fail(errno, "open", target);
-      return merge({subFrom.get(), source}, {subTo.get(), target});
+      const std::string relative = joined(to.relative, name);
+      return merge({subFrom.get(), source, relative}, {subTo.get(), target, relative});
     }
+    if (keeping && !isSameItem(from, to, name, src, dst)) return replaceKeeping(from, to, name, target);
+    if (S_ISDIR(dst.st_mode)) return fail(EISDIR, "replace folder", target);
     if (!(options_ & VNShoveReplaceItems)) return fail(EEXIST, "replace", target);
     // The item being replaced may be immutable or append-only; it goes.
     const std::optional<std::uint32_t> replacedWord = VNLiftLockingFlags(VNAtPath(to.fd, name.c_str()));
@@ -138,7 +150,64 @@ class RenameShove final : public VNShove {
     return fail(err, "replace", target);
   }
 
+  // Whether the destination's item is what the source brings, as an earlier
+  // run laid it down: same kind, size, modification time, mode and owner,
+  // and for a link the same target. Such an item is not kept when replaced.
+  static bool isSameItem(Folder from, Folder to, const std::string& name, const struct stat& src,
+                         const struct stat& dst) {
+    if ((src.st_mode & S_IFMT) != (dst.st_mode & S_IFMT) || src.st_size != dst.st_size ||
+        src.st_mode != dst.st_mode || src.st_uid != dst.st_uid || src.st_gid != dst.st_gid ||
+        src.st_rdev != dst.st_rdev || src.st_mtim.tv_sec != dst.st_mtim.tv_sec ||
+        src.st_mtim.tv_nsec != dst.st_mtim.tv_nsec)
+      return false;
+    if (!S_ISLNK(src.st_mode)) return true;
+    std::string a(static_cast<std::size_t>(src.st_size) + 1, '\0'), b(a.size(), '\0');
+    const ssize_t lengthA = ::readlinkat(from.fd, name.c_str(), a.data(), a.size());
+    const ssize_t lengthB = ::readlinkat(to.fd, name.c_str(), b.data(), b.size());
+    return lengthA >= 0 && lengthA == lengthB && a.compare(0, lengthA, b, 0, lengthB) == 0;
+  }
+
+  // Moves the destination's item aside into the keep folder, then the
+  // source's item into its place.
+  int replaceKeeping(Folder from, Folder to, const std::string& name, const std::string& target) {
+    const std::string relative = joined(to.relative, name);
+    VNUniqueFd keptIn;
+    if (int err = openKeepFolderFor(to.relative, &keptIn)) return fail(err, "make a place to keep", target);
+    const std::string kept = destinationPath_ + "/" + joined(keep_, relative);
+    int err = renameLifting(to, {keptIn.get(), kept, relative}, name, RENAME_NOREPLACE);
+    if (err == EINVAL) err = renameLifting(to, {keptIn.get(), kept, relative}, name, 0);
+    if (err != 0) return fail(err, "keep the replaced item", target);
+    if (*log_) (*log_)(VNShoveLogInfo, VNFormat("replaced '%s'; the earlier item is kept at '%s'", target, kept));
+    err = renameLifting(from, to, name, RENAME_NOREPLACE);
+    if (err == EINVAL) err = renameIfAbsent(from, to, name);
+    return err == 0 ? 0 : fail(err, "replace", target);
+  }
+
+  // Opens (creating what is missing, mode 0700, never following a link) the
+  // folder of the keep tree that mirrors the destination folder `relative`.
+  int openKeepFolderFor(const std::string& relative, VNUniqueFd* out) const {
+    VNUniqueFd folder(::fcntl(destinationFd_, F_DUPFD_CLOEXEC, 0));
+    if (!folder) return errno;
+    const std::string path = joined(keep_, relative);
+    for (std::size_t start = 0; start < path.size();) {
+      std::size_t end = path.find('/', start);
+      if (end == std::string::npos) end = path.size();
+      const std::string component = path.substr(start, end - start);
+      start = end + 1;
+      if (component.empty()) continue;
+      if (::mkdirat(folder.get(), component.c_str(), 0700) != 0 && errno != EEXIST) return errno;
+      VNUniqueFd child(openFolder(folder.get(), component.c_str()));
+      if (!child) return errno;
+      folder = std::move(child);
+    }
+    *out = std::move(folder);
+    return 0;
+  }
+
   std::uint32_t options_ = 0;
+  std::string keep_;
+  std::string destinationPath_;
+  int destinationFd_ = -1;
   const LogCallback* log_ = nullptr;
 };
 

@@ -72,6 +72,32 @@ TEST_F(InstallOnXfs, LockedItemsInstallAgainAndAgain) {
   VNRunCommand("chattr -R -i -a " + quoted(image->mountPoint()) + " 2>/dev/null");
 }
 
+// A user's immutable file at a template path, and an immutable folder of the
+// user's where the template has a file, are kept, flags and all, and the
+// template's items take their places; the next installation succeeds too.
+TEST_F(InstallOnXfs, LockedUserItemsAreKeptAndReplaced) {
+  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::XFS, 300u << 20);
+  Volumes volumes(*image / "system", *image / "data");
+  VNWriteTestFile(volumes.tmpl + "/Users/Shared/note", "template");
+  VNWriteTestFile(volumes.tmpl + "/Users/Shared/board", "template");
+  fs::create_directories(volumes.data + "/Users/Shared/board");
+  VNWriteTestFile(volumes.data + "/Users/Shared/note", "the user's note");
+  ASSERT_EQ(VNRunCommand("chattr +i " + quoted(volumes.data + "/Users/Shared/note") + " " +
+                         quoted(volumes.data + "/Users/Shared/board")), 0);
+  for (int run = 1; run <= 2; ++run) {
+    VNError error;
+    ASSERT_TRUE(volumes.install(&error)) << "run " << run << ": " << error.description();
+    EXPECT_EQ(VNReadTestFile(volumes.data + "/Users/Shared/note"), "template") << "run " << run;
+    EXPECT_EQ(VNReadTestFile(volumes.data + "/Users/Shared/board"), "template") << "run " << run;
+  }
+  std::vector<fs::path> runs(fs::directory_iterator(volumes.data + "/.DTemplateReplacedItems"), {});
+  ASSERT_EQ(runs.size(), 1u) << "the second run replaced only the template's own items";
+  EXPECT_EQ(VNReadTestFile(runs[0] / "Users/Shared/note"), "the user's note");
+  EXPECT_THAT(runs[0] / "Users/Shared/note", HasInodeFlags(FS_IMMUTABLE_FL));
+  EXPECT_THAT(runs[0] / "Users/Shared/board", HasInodeFlags(FS_IMMUTABLE_FL));
+  VNRunCommand("chattr -R -i -a " + quoted(image->mountPoint()) + " 2>/dev/null");
+}
+
 // Forcing sets owner, mode, times and flags; it leaves a file's capability,
 // which Linux drops on any chown, where the owner does not change.
 TEST_F(InstallOnXfs, ForcingKeepsFileCapabilities) {

@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <thread>
 
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "datatemplate/VNUDataTemplateUtilities.h"
 #include "platform/VNFileFlags.h"
+#include "platform/VNPlatformService.h"
+#include "platform/VNShove.h"
 #include "platform/VNVolumeLock.h"
 #include "support/VNExtents.h"
 #include "support/VNFsMatchers.h"
@@ -266,4 +269,111 @@ TEST_F(InstallTest, SecondInstallationOntoAVolumeInUseIsRefused) {
   EXPECT_FALSE(fs::exists(dir / "elsewhere"));
   fs::remove(data + "/.DTemplateInstantiation.lock");
   EXPECT_TRUE(install(&error)) << error.description();
+}
+
+namespace {
+
+constexpr const char* kReceipt = "/Library/Veltra/System/Library/Receipts/org.varnel.files.data-template.plist";
+
+// The folders of kept items on the data volume, one per installation that
+// replaced something.
+std::vector<std::string> keptRuns(const std::string& data) {
+  std::vector<std::string> runs;
+  if (!fs::exists(data + "/.DTemplateReplacedItems")) return runs;
+  for (const auto& entry : fs::directory_iterator(data + "/.DTemplateReplacedItems"))
+    runs.push_back(entry.path().string());
+  return runs;
+}
+
+// A shove that fails as a full disk would, after noting whether any receipt
+// was already on the data volume or still in what it was to move.
+class FailingShove final : public VNShove {
+ public:
+  explicit FailingShove(std::string data) : data_(std::move(data)) {}
+  int shove(const VNShoveRequest& request, const LogCallback&) override {
+    receiptSeen = fs::exists(data_ + kReceipt) || fs::exists(request.source + kReceipt);
+    return ENOSPC;
+  }
+  bool receiptSeen = true;
+
+ private:
+  std::string data_;
+};
+
+}  // namespace
+
+// The template's receipts folder reached through a link in the copy, or the
+// data volume's reached through a user's link: receipts are written only
+// into real folders of the copy and of the volume, never through a link.
+TEST_F(InstallTest, ReceiptsNeverFollowALinkOutOfTheVolume) {
+  fs::create_directories(dir / "outside/System/Library/Receipts");
+  fs::create_directories(data + "/Library");
+  fs::create_directory_symlink(dir / "outside", data + "/Library/Veltra");
+  VNError error;
+  ASSERT_TRUE(install(&error)) << error.description();
+  EXPECT_TRUE(fs::is_empty(dir / "outside/System/Library/Receipts"));
+  EXPECT_TRUE(fs::exists(data + kReceipt)) << "placed in the template's own folder";
+  ASSERT_EQ(keptRuns(data).size(), 1u);
+  EXPECT_EQ(fs::read_symlink(keptRuns(data)[0] + "/Library/Veltra"), dir / "outside") << "the user's link is kept";
+
+  fs::remove_all(tmpl + "/Library/Veltra");
+  fs::create_directory_symlink(dir / "outside", tmpl + "/Library/Veltra");
+  ASSERT_TRUE(install(&error)) << error.description();
+  EXPECT_TRUE(fs::is_empty(dir / "outside/System/Library/Receipts"));
+  EXPECT_THAT(linesAt(capture, VNSystemLog::Level::Default),
+              ::testing::Contains(HasSubstr("skipping data template receipts, directory is or lies below a "
+                                            "symbolic link: " + data + "/.DTemplateInstantiation/Library/Veltra")));
+  EXPECT_FALSE(fs::exists(data + "/.DTemplateInstantiation.receipts"));
+}
+
+// The user's items the template replaces, a folder where the template has a
+// file included, are logged and kept; the receipts arrive after everything
+// else, so a failed installation leaves none, and the next one finishes.
+TEST_F(InstallTest, ReceiptsArriveLastAndNothingOfTheUsersIsLost) {
+  fs::create_directories(data + "/Users/Shared/welcome");
+  VNWriteTestFile(data + "/Users/Shared/welcome/draft", "a folder where the template has a file");
+  fs::create_directories(data + "/Library/Preferences");
+  VNWriteTestFile(data + "/Library/Preferences/defaults", "mine");
+  VNError error;
+  ASSERT_TRUE(install(&error)) << error.description();
+  EXPECT_EQ(VNReadTestFile(data + "/Users/Shared/welcome"), "hello");
+  ASSERT_EQ(keptRuns(data).size(), 1u);
+  const std::string kept = keptRuns(data)[0];
+  EXPECT_EQ(VNReadTestFile(kept + "/Users/Shared/welcome/draft"), "a folder where the template has a file");
+  EXPECT_EQ(VNReadTestFile(kept + "/Library/Preferences/defaults"), "mine");
+  EXPECT_THAT(linesAt(capture, VNSystemLog::Level::Default),
+              ::testing::Contains("Shove: replaced '" + data + "/Library/Preferences/defaults'; the earlier item is "
+                                  "kept at '" + kept + "/Library/Preferences/defaults'"));
+  EXPECT_TRUE(fs::exists(data + kReceipt));
+
+  ASSERT_TRUE(install(&error)) << error.description();
+  EXPECT_EQ(keptRuns(data).size(), 1u) << "the template's own items from the first run are not kept";
+
+  auto failing = std::make_shared<FailingShove>(data);
+  {
+    VNPlatformOverride<VNShove> shove(failing);
+    EXPECT_FALSE(install(&error));
+  }
+  EXPECT_EQ(error.code(), VNUDataTemplateErrorShove);
+  EXPECT_FALSE(failing->receiptSeen) << "no receipt on the volume or in the copy while the shove runs";
+  EXPECT_FALSE(fs::exists(data + kReceipt)) << "no receipt after a failed installation";
+  ASSERT_TRUE(install(&error)) << error.description();
+  EXPECT_TRUE(fs::exists(data + kReceipt));
+  EXPECT_FALSE(fs::exists(data + "/.DTemplateInstantiation.receipts"));
+  EXPECT_EQ(keptRuns(data).size(), 1u);
+}
+
+// Every log line of a copy, the receipts' included, reaches the copier's
+// handler on the caller's thread.
+TEST_F(InstallTest, CopierLogLinesComeOnTheCallersThread) {
+  auto copier = VNUDataTemplateCopier::initWithSystemURL(folder(system));
+  std::vector<std::pair<std::thread::id, std::string>> lines;
+  copier->setLogHandler([&](VNUDataTemplateCopier&, const std::string& line) {
+    lines.emplace_back(std::this_thread::get_id(), line);
+  });
+  fs::create_directories(dir / "copy");
+  VNError error;
+  ASSERT_TRUE(copier->copyDataTemplateToURL(folder(dir / "copy"), &error)) << error.description();
+  EXPECT_THAT(lines, ::testing::Contains(::testing::Pair(::testing::_, HasSubstr("wrote receipt plist to "))));
+  for (const auto& [thread, line] : lines) EXPECT_EQ(thread, std::this_thread::get_id()) << line;
 }

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,9 +18,10 @@ struct ShoveRun {
   std::vector<std::pair<int, std::string>> lines;
 };
 
-ShoveRun runShove(const std::string& from, const std::string& to, std::uint32_t options) {
+ShoveRun runShove(const std::string& from, const std::string& to, std::uint32_t options,
+                  const std::string& keep = "") {
   ShoveRun run{};
-  run.result = VNShove::makeDefault()->shove(from, to, options, [&](int level, const std::string& text) {
+  run.result = VNShove::makeDefault()->shove({from, to, options, keep}, [&](int level, const std::string& text) {
     run.lines.emplace_back(level, text);
   });
   return run;
@@ -93,6 +95,51 @@ TEST_F(ShoveTest, NeverFollowsADestinationLinkOutOfTheTree) {
   EXPECT_EQ(VNReadTestFile(dir / "outside/sentinel"), "untouched");
   EXPECT_FALSE(fs::is_symlink(dst("Library"))) << "the link is replaced by the template's folder";
   EXPECT_EQ(VNReadTestFile(dst("Library/sentinel")), "overwritten?");
+}
+
+// With a keep folder nothing of the destination is deleted: each replaced
+// item, a folder where the source has a file included, moves there at its
+// own path and is logged; an item the same as the incoming one just goes.
+TEST_F(ShoveTest, KeepsWhatItReplacesUnlessItIsTheSameItem) {
+  VNWriteTestFile(src("a"), "new");
+  VNWriteTestFile(dst("a"), "older");
+  VNWriteTestFile(src("folder"), "a file where a folder is");
+  fs::create_directories(dst("folder/inner"));
+  VNWriteTestFile(dst("folder/inner/work"), "the user's");
+  fs::create_directories(src("sub"));
+  fs::create_directories(dst("sub"));
+  ::symlink("target", src("sub/link").c_str());
+  VNWriteTestFile(dst("sub/link"), "a file where a link is");
+  VNWriteTestFile(src("same"), "template");
+  VNWriteTestFile(dst("same"), "template");
+  struct stat source {};
+  ASSERT_EQ(::stat(src("same").c_str(), &source), 0);
+  const struct timespec times[2] = {source.st_atim, source.st_mtim};
+  ASSERT_EQ(::utimensat(AT_FDCWD, dst("same").c_str(), times, 0), 0);
+
+  ShoveRun run = runShove(src(), dst(), kInstall, ".kept/run");
+  ASSERT_EQ(run.result, 0);
+  EXPECT_EQ(VNReadTestFile(dst("a")), "new");
+  EXPECT_EQ(VNReadTestFile(dst("folder")), "a file where a folder is");
+  EXPECT_EQ(fs::read_symlink(dst("sub/link")), "target");
+  EXPECT_EQ(VNReadTestFile(dst(".kept/run/a")), "older");
+  EXPECT_EQ(VNReadTestFile(dst(".kept/run/folder/inner/work")), "the user's");
+  EXPECT_EQ(VNReadTestFile(dst(".kept/run/sub/link")), "a file where a link is");
+  EXPECT_FALSE(fs::exists(dst(".kept/run/same"))) << "the same item is not kept";
+  struct stat kept {};
+  ASSERT_EQ(::stat(dst(".kept/run/sub").c_str(), &kept), 0);
+  EXPECT_EQ(kept.st_mode & 07777, 0700u) << "replaced items may be private";
+  ASSERT_EQ(run.lines.size(), 3u);
+  for (const auto& [level, text] : run.lines) {
+    EXPECT_EQ(level, VNShoveLogInfo);
+    EXPECT_NE(text.find("is kept at '" + dst(".kept/run/")), std::string::npos) << text;
+  }
+
+  VNWriteTestFile(src("a"), "newer");
+  ::symlink(dst().c_str(), dst(".kept/elsewhere").c_str());
+  ASSERT_EQ(runShove(src(), dst(), kInstall, ".kept/elsewhere").result, ENOTDIR)
+      << "a link at the keep folder's place is never followed";
+  EXPECT_EQ(VNReadTestFile(dst("a")), "new");
 }
 
 TEST_F(ShoveTest, MissingSourceOrDestinationIsReported) {

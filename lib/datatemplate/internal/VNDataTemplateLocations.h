@@ -14,6 +14,11 @@ inline constexpr const char* kSymlinkPatternsManifest = "System/Library/Template
 inline constexpr const char* kSystemVersionFile = "System/Library/Baseworks/SystemVersion.plist";
 // Below a template or a target folder.
 inline constexpr const char* kReceiptsFolder = "Library/Veltra/System/Library/Receipts";
+// At the top of a data volume, during and after an installation.
+inline constexpr const char* kTemporaryFolder = ".DTemplateInstantiation";
+inline constexpr const char* kInstallationLock = ".DTemplateInstantiation.lock";
+inline constexpr const char* kHeldReceipts = ".DTemplateInstantiation.receipts";
+inline constexpr const char* kReplacedItems = ".DTemplateReplacedItems";
 
 }  // namespace VNDataTemplateLocations
 
