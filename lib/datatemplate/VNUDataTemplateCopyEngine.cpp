@@ -112,8 +112,9 @@ int layDownSymlink(vnudtc_context* context, FTS* walk, FTSENT* entry, const char
   const bool directory = entry->fts_info == FTS_D || entry->fts_info == FTS_DP;
   char link[VNUDTLinkBufferSize] = {};
   dataTemplateLinkForPath(relative, directory, link);
-  ::unlink(destination);
-  if (::symlink(link, destination) != 0 && errno != 0) {
+  const VNAtPath target = destinationItem(itemOf(context, entry), destination);
+  ::unlinkat(target.dirfd, target.path, 0);
+  if (::symlinkat(link, target.dirfd, target.path) != 0 && errno != 0) {
     int code = errno;
     context->copier->log("could not create symlink at %s: %d (%s)", destination, code,
                          std::strerror(code));
@@ -127,12 +128,13 @@ int layDownSymlink(vnudtc_context* context, FTS* walk, FTSENT* entry, const char
 }
 
 // The WARD bits of the source replace those of the destination.
-int preserveWARDFlags(vnudtc_context* context, const char* destination, std::uint32_t sourceFlags) {
+int preserveWARDFlags(vnudtc_context* context, VNAtPath target, const char* destination,
+                      std::uint32_t sourceFlags) {
   std::uint32_t current = 0;
-  VNFsStatus status = context->fileFlags->getFlags(destination, &current);
+  VNFsStatus status = context->fileFlags->getFlags(target, &current);
   if (status.ok()) {
     std::uint32_t wanted = (sourceFlags & VNFileFlag::WARDMask) | (current & ~VNFileFlag::WARDMask);
-    if (wanted != current) status = context->fileFlags->setFlags(destination, wanted);
+    if (wanted != current) status = context->fileFlags->setFlags(target, wanted);
   }
   if (status.ok() || status.code == 0) return 0;
   context->copier->log("could not preserve WARD flags for %s: %d (%s)", destination, status.code,
@@ -142,20 +144,21 @@ int preserveWARDFlags(vnudtc_context* context, const char* destination, std::uin
 
 // Storage-tier flags are carried over where they differ; a failure is only
 // logged.
-void preserveTierFlags(vnudtc_context* context, const char* source, const char* destination) {
+void preserveTierFlags(vnudtc_context* context, const Item& item, const char* destination) {
+  const VNAtPath target = destinationItem(item, destination);
   std::uint64_t from = 0, to = 0;
-  if (!context->tiers->getTierFlags(source, /*follow=*/false, &from).ok()) from = 0;
-  if (!context->tiers->getTierFlags(destination, /*follow=*/false, &to).ok()) to = 0;
+  if (!context->tiers->getTierFlags(sourceItem(item), /*follow=*/false, &from).ok()) from = 0;
+  if (!context->tiers->getTierFlags(target, /*follow=*/false, &to).ok()) to = 0;
   from &= VNTierFlag::Mask;
   to &= VNTierFlag::Mask;
   if (from == to) return;
   VNFsStatus status = context->tiers->setFastPromotion(
-      destination, (from & VNTierFlag::FastPromotion) != 0, /*follow=*/false);
+      target, (from & VNTierFlag::FastPromotion) != 0, /*follow=*/false);
   if (status.ok()) {
     auto pin = (from & VNTierFlag::PinnedFast)   ? VNStorageTiers::Pin::Fast
                : (from & VNTierFlag::PinnedSlow) ? VNStorageTiers::Pin::Slow
                                                  : VNStorageTiers::Pin::None;
-    status = context->tiers->setPin(destination, pin, /*follow=*/false);
+    status = context->tiers->setPin(target, pin, /*follow=*/false);
   }
   if (!status.ok())
     context->copier->log("could not preserve QRFS Tandem flags for %s: %d (%s)", destination,
@@ -171,17 +174,18 @@ int preserveMetadata(vnudtc_context* context, const Item& item, const char* dest
   const bool sameItem = laidDownKind == item.kind && laidDownKind != FTS_DP;
   if (!sameItem) {
     std::uint32_t sourceFlags = 0;
-    VNFsStatus status = context->fileFlags->getFlags(item.sourcePath, &sourceFlags);
+    VNFsStatus status = context->fileFlags->getFlags(sourceItem(item), &sourceFlags);
     if (!status.ok()) {
       context->copier->log("could not preserve WARD flags for %s: %d (%s)", destination,
                            status.code, std::strerror(status.code));
       return failureCode(status);
     }
-    if (int result = preserveWARDFlags(context, destination, sourceFlags)) return result;
+    if (int result = preserveWARDFlags(context, destinationItem(item, destination), destination, sourceFlags))
+      return result;
   }
 
   if (laidDownKind == FTS_F || laidDownKind == FTS_DP)
-    preserveTierFlags(context, item.sourcePath, destination);
+    preserveTierFlags(context, item, destination);
 
   // A regular file copied as itself needs its stat fields again only when
   // compressed: of its flags word only that bit is asked for.

@@ -17,11 +17,11 @@ class VNError;
 // removed (and from each folder whose entries are), as a tree the library
 // made itself and must be able to clear again needs.
 enum class VNRemoveLocked { Refuse, Lift };
-VN_EXPORT bool VNRemoveTree(const std::string& path, VNError* error = nullptr,
+[[nodiscard]] VN_EXPORT bool VNRemoveTree(const std::string& path, VNError* error = nullptr,
                             VNRemoveLocked locked = VNRemoveLocked::Refuse);
 
 // The same for the entry `name` of the folder held by `folderFd`; `path`
 // names that entry in errors. `name` is one component: a name holding "/",
 // "." or ".." fails with EINVAL.
-VN_EXPORT bool VNRemoveTreeAt(int folderFd, const std::string& name, const std::string& path,
+[[nodiscard]] VN_EXPORT bool VNRemoveTreeAt(int folderFd, const std::string& name, const std::string& path,
                               VNError* error = nullptr);

@@ -57,7 +57,7 @@ class VN_EXPORT VNShove {
   // Returns 0, or the errno that stopped the shove (EXDEV when source and
   // destination lie on different file systems). Every failure is also
   // reported to `log` at VNShoveLogError with the paths involved.
-  virtual int shove(const VNShoveRequest& request, const LogCallback& log) = 0;
+  [[nodiscard]] virtual int shove(const VNShoveRequest& request, const LogCallback& log) = 0;
 
   static std::shared_ptr<VNShove> makeDefault();
 };

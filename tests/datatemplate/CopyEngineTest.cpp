@@ -12,6 +12,7 @@
 #include "support/VNFaultyFileSystemCalls.h"
 #include "support/VNFsMatchers.h"
 #include "support/VNLoopImage.h"
+#include "support/VNDescribeAtPath.h"
 #include "support/VNTestDir.h"
 
 namespace fs = std::filesystem;
@@ -205,7 +206,7 @@ class RefusingTiers final : public VNStorageTiers {
  public:
   explicit RefusingTiers(std::string templateRoot) : templateRoot_(std::move(templateRoot)) {}
   VNFsStatus getTierFlags(VNAtPath item, bool, std::uint64_t* flags) override {
-    *flags = std::string(item.path).rfind(templateRoot_, 0) == 0 ? VNTierFlag::PinnedFast : 0;
+    *flags = VNDescribeAtPath(item).rfind(templateRoot_, 0) == 0 ? VNTierFlag::PinnedFast : 0;
     return {};
   }
   VNFsStatus setFastPromotion(VNAtPath item, bool, bool) override {

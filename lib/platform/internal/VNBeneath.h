@@ -10,26 +10,26 @@
 
 // Opens the folder `relative` below the folder `folderFd` for reading;
 // returns the descriptor, or -1 with errno set. "" is the held folder itself.
-int VNOpenFolderBeneath(int folderFd, const std::string& relative);
+[[nodiscard]] int VNOpenFolderBeneath(int folderFd, const std::string& relative);
 
 // Renames the non-folder entry `name` of the folder `fromFolder` below
 // `fromFd` to the same name in the folder `toFolder` below `toFd`, replacing
 // a non-folder item there, and syncs the receiving folder so that the move
 // lasts.
-int VNMoveFileBeneath(int fromFd, const std::string& fromFolder, int toFd, const std::string& toFolder,
+[[nodiscard]] int VNMoveFileBeneath(int fromFd, const std::string& fromFolder, int toFd, const std::string& toFolder,
                       const std::string& name);
 
 // Removes the non-folder entry `name` of the folder `folder` below `fd`. A
 // missing entry or folder counts as removed.
-int VNRemoveFileBeneath(int fd, const std::string& folder, const std::string& name);
+[[nodiscard]] int VNRemoveFileBeneath(int fd, const std::string& folder, const std::string& name);
 
 // Creates the folder `relative` below `fd` (its parent must exist) with
 // `mode`, umask aside. EEXIST when something of that name is there.
-int VNMakeFolderBeneath(int fd, const std::string& relative, unsigned mode);
+[[nodiscard]] int VNMakeFolderBeneath(int fd, const std::string& relative, unsigned mode);
 
 // Removes the folder `relative` below `fd` when it is empty; ENOTEMPTY when
 // it is not.
-int VNRemoveEmptyFolderBeneath(int fd, const std::string& relative);
+[[nodiscard]] int VNRemoveEmptyFolderBeneath(int fd, const std::string& relative);
 
 // Whether the folder `folder` below `fd` has an entry `name` (of any kind).
-bool VNEntryExistsBeneath(int fd, const std::string& folder, const std::string& name);
+[[nodiscard]] bool VNEntryExistsBeneath(int fd, const std::string& folder, const std::string& name);
