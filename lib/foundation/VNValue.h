@@ -95,6 +95,17 @@ class VN_EXPORT VNValue {
                                                  std::string_view origin = {});
   static std::optional<VNValue> fromPropertyListFile(const std::string& path,
                                                      VNError* error = nullptr);
+  // Parses JSON text (RFC 8259) as jsonString writes it: objects become
+  // dictionaries, integral numbers within the signed 64-bit range integers,
+  // other numbers reals, null the null value; a string's "\uDC80" to
+  // "\uDCFF" escapes become the single bytes they stand for
+  // (docs/json.md), so jsonString's output reads back to the same text.
+  // Text that is not JSON, a key given twice, nesting deeper than 512
+  // levels or a number beyond the range of a double gives an empty result
+  // and, when asked, a POSIX EINVAL error naming `origin` and the byte
+  // offset of the fault.
+  static std::optional<VNValue> fromJSON(std::string_view text, VNError* error = nullptr,
+                                         std::string_view origin = {});
   // Serialises this value; a null value anywhere in it, a string or key that
   // is not UTF-8 text without NUL, or nesting deeper than 512 levels cannot
   // be written (EINVAL), nor a date that is not finite or, in XML, outside
