@@ -342,11 +342,19 @@ int enterFolder(vnudtc_context* context, const VNTreeEntry* entry, const char* d
   return closeFarFolder(context);
 }
 
+// Finishes tasks out before another folder is held when too many are: the
+// folders that tasks hold, and the folders above them that wait for them to
+// close. A failure among those tasks is the run's error already.
+int makeRoomForFolder(vnudtc_context* context) {
+  return finishWhile(context, [&] { return context->held_folders >= kMostHeldFolders; });
+}
+
 // Opens the folder the walk climbs back to from `child` again when it was
 // closed: the template folder is the walk's, the laid-down one is reached
 // through ".." of `child`'s and must be the folder it was.
 int reopenParent(vnudtc_context* context, const VNCopyFolder& child, const VNTreeEntry* entry) {
   if (context->folders.empty() || context->folders.back()->source) return 0;
+  if (int code = makeRoomForFolder(context)) return code;
   VNCopyFolder& parent = *context->folders.back();
   VNUniqueFd destination;
   if (int code = VNReopenParent(child.destination.get(), O_PATH, parent.device, parent.inode, &destination))
@@ -357,10 +365,9 @@ int reopenParent(vnudtc_context* context, const VNCopyFolder& child, const VNTre
   return 0;
 }
 
-// Lays a folder down and holds it. With too many folders held, the tasks
-// out are finished first (a failure among them is the run's error already).
+// Lays a folder down and holds it.
 int copyFolder(vnudtc_context* context, VNTreeEntry* entry, const char* destination) {
-  if (int code = finishWhile(context, [&] { return context->held_folders >= kMostHeldFolders; })) return code;
+  if (int code = makeRoomForFolder(context)) return code;
   Item item = itemOf(context, entry);
   VNFsStatus status = context->copyItem->copyItem(sourceItem(item), destinationItem(item, destination),
                                                   VNCopyOptionSet::Directory, entry->status);

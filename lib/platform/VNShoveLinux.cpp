@@ -39,6 +39,7 @@ class RenameShove final : public VNShove {
     options_ = request.options;
     keep_ = request.keepReplacedIn;
     log_ = &log;
+    folders_ = VNFolderTrail(O_RDONLY);
     const std::string sourcePath = withoutTrailingSlashes(request.source);
     destinationPath_ = withoutTrailingSlashes(request.destination);
     VNUniqueFd from(openFolder(AT_FDCWD, sourcePath.c_str()));
