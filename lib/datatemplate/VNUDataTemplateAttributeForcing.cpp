@@ -66,7 +66,7 @@ class Forcing {
       case FTS_NS: case FTS_ERR: return failToRead(entry);
       case FTS_D: return enterFolder(walk, entry);
       case FTS_DP: return leaveFolder(entry);
-      case FTS_DNR: leaveFolder(entry, /*force=*/false); return forceItem(entry);
+      case FTS_DNR: return leaveFolder(entry, /*force=*/false) && forceItem(entry);
       case FTS_F: case FTS_SL: case FTS_DEFAULT: return forceItem(entry);
       default: return true;
     }
@@ -100,7 +100,8 @@ class Forcing {
   }
 
   bool failToRead(const VNTreeEntry* entry) {
-    VNError failure = VNError::posix(entry->error, entry->path, entry->kind == FTS_NS ? "read attributes of" : entry->step);
+    const char* step = entry->kind == FTS_NS ? "read attributes of" : entry->step;
+    VNError failure = VNError::posix(entry->error, entry->path, step);
     logLine(VNLogTypeError, __LINE__, "Failed to get attributes of SRCPath(%s). %@", entry->path,
             failure.localizedDescription());
     VNSetError(error_, std::move(failure));

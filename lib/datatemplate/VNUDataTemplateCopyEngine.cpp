@@ -396,7 +396,8 @@ int vnudtc_visit_preorder(vnudtc_context* context, VNTreeWalk* walk, VNTreeEntry
       if (int result = finishWhile(context, [&] { return first.pending; })) return result;
       task->kind = VNCopyTask::Kind::Clone;
       task->firstCopy = first.path;
-      task->firstCopyBelow = first.path.substr(std::min(first.path.find_first_not_of('/', context->target_length), first.path.size()));
+      const std::size_t below = first.path.find_first_not_of('/', context->target_length);
+      task->firstCopyBelow = first.path.substr(std::min(below, first.path.size()));
       task->targetRoot = context->target_root.get();
     } else {
       context->inode_paths.emplace(id, vnudtc_context::FirstCopy{destination, handsOff(context, entry)});
