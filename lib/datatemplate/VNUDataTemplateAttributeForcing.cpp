@@ -11,11 +11,10 @@
 // volume cannot compress). A link in the place of a folder is forced as the
 // link itself and nothing below it is visited.
 #include <fcntl.h>
-#include <fts.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <memory>
-#include <vector>
 
 #include "common/VNLogging.h"
 #include "datatemplate/VNUDataTemplateUtilities.h"
@@ -24,6 +23,8 @@
 #include "foundation/VNUniqueFd.h"
 #include "platform/VNCopyItem.h"
 #include "platform/VNPlatformService.h"
+#include "platform/internal/VNFolderTrail.h"
+#include "platform/internal/VNTreeWalk.h"
 
 namespace {
 
@@ -40,91 +41,94 @@ bool reportMissing() {
   return true;
 }
 
-struct FtsClose {
-  void operator()(FTS* walk) const { ::fts_close(walk); }
-};
-
 class Forcing {
  public:
-  Forcing(std::string sourceRoot, std::string destinationRoot, VNUniqueFd destination, VNError* error)
-      : sourceRoot_(std::move(sourceRoot)), destinationRoot_(std::move(destinationRoot)), error_(error) {
-    folders_.push_back(std::move(destination));
-  }
+  Forcing(std::string sourceRoot, std::string destinationRoot, VNError* error)
+      : sourceRoot_(std::move(sourceRoot)), destinationRoot_(std::move(destinationRoot)), error_(error) {}
 
-  bool run() {
-    char* roots[] = {sourceRoot_.data(), nullptr};
-    std::unique_ptr<FTS, FtsClose> walk(::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr));
-    if (!walk) return true;
-    while (FTSENT* entry = ::fts_read(walk.get())) {
-      if (entry->fts_level == FTS_ROOTLEVEL) {
-        if (entry->fts_info != FTS_D && entry->fts_info != FTS_DP) return true;  // nothing below it
+  // Holds the destination root, the folder of `status`.
+  bool run(VNUniqueFd destination, const struct stat& status) {
+    folders_.push(std::move(destination), status.st_dev, status.st_ino);
+    VNTreeWalk walk(VNAtPath(sourceRoot_.c_str()), sourceRoot_);
+    while (VNTreeEntry* entry = walk.read()) {
+      if (entry->level == 0) {
+        if (entry->kind != FTS_D && entry->kind != FTS_DP) return true;  // nothing below it
         continue;
       }
-      if (!visit(walk.get(), entry)) return false;
+      if (!visit(walk, entry)) return false;
     }
     return true;
   }
 
  private:
-  bool visit(FTS* walk, FTSENT* entry) {
-    switch (entry->fts_info) {
-      case FTS_NS: return failToRead(entry);
+  bool visit(VNTreeWalk& walk, const VNTreeEntry* entry) {
+    switch (entry->kind) {
+      case FTS_NS: case FTS_ERR: return failToRead(entry);
       case FTS_D: return enterFolder(walk, entry);
       case FTS_DP: return leaveFolder(entry);
-      case FTS_DNR: case FTS_F: case FTS_SL: case FTS_SLNONE: case FTS_DEFAULT:
-        return forceItem(entry);
-      default:
-        return true;
+      case FTS_DNR: return leaveFolder(entry, /*force=*/false) && forceItem(entry);
+      case FTS_F: case FTS_SL: case FTS_DEFAULT: return forceItem(entry);
+      default: return true;
     }
   }
 
-  int parentFd(const FTSENT* entry) const { return folders_[static_cast<std::size_t>(entry->fts_level) - 1].get(); }
-
-  std::string destinationPath(const FTSENT* entry) const {
-    return destinationRoot_ + (entry->fts_path + sourceRoot_.size());
+  std::string destinationPath(const VNTreeEntry* entry) const {
+    return destinationRoot_ + (entry->path + sourceRoot_.size());
   }
 
   // A folder of the template is held on the destination before its contents
   // are forced; its own attributes follow them. Where the destination has
   // no folder of that name, nothing below it is visited.
-  bool enterFolder(FTS* walk, FTSENT* entry) {
-    VNUniqueFd folder(::openat(parentFd(entry), entry->fts_name, kFolderFlags));
-    if (folder) {
-      folders_.push_back(std::move(folder));
+  bool enterFolder(VNTreeWalk& walk, const VNTreeEntry* entry) {
+    VNUniqueFd folder(::openat(folders_.fd(), entry->name, kFolderFlags));
+    struct stat status {};
+    if (folder && ::fstat(folder.get(), &status) == 0) {
+      folders_.push(std::move(folder), status.st_dev, status.st_ino);
       return true;
     }
-    ::fts_set(walk, entry, FTS_SKIP);
+    walk.skip();
     return errno == ENOENT ? reportMissing() : forceItem(entry);
   }
 
-  // A folder passed over on entry (the walk reports it again when skipped)
+  // Leaves the destination folder of `entry` and forces its attributes. A
+  // folder passed over on entry (the walk reports it again when skipped)
   // holds no descriptor of its level.
-  bool leaveFolder(const FTSENT* entry) {
-    const auto level = static_cast<std::size_t>(entry->fts_level);
-    if (folders_.size() <= level) return true;
-    bool forced = forceItem(entry);
-    folders_.resize(level);
-    return forced;
+  bool leaveFolder(const VNTreeEntry* entry, bool force = true) {
+    if (folders_.size() <= static_cast<std::size_t>(entry->level)) return true;
+    if (int code = folders_.pop()) return failToReopen(entry, code);
+    return !force || forceItem(entry);
   }
 
-  bool failToRead(const FTSENT* entry) {
-    VNError failure = VNError::posix(entry->fts_errno, entry->fts_path, "read attributes of");
-    logLine(VNLogTypeError, __LINE__, "Failed to get attributes of SRCPath(%s). %@", entry->fts_path,
+  bool failToRead(const VNTreeEntry* entry) {
+    const char* step = entry->kind == FTS_NS ? "read attributes of" : entry->step;
+    VNError failure = VNError::posix(entry->error, entry->path, step);
+    logLine(VNLogTypeError, __LINE__, "Failed to get attributes of SRCPath(%s). %@", entry->path,
             failure.localizedDescription());
     VNSetError(error_, std::move(failure));
     return false;
   }
 
-  bool forceItem(const FTSENT* entry) {
+  // The destination folder holding `entry` is no longer the one it was.
+  bool failToReopen(const VNTreeEntry* entry, int code) {
+    VNError failure = VNError::posix(code, destinationPath(entry), "reopen the folder holding");
+    logLine(VNLogTypeError, __LINE__, "Failed to set source attributes to the destination path(%s). %s",
+            destinationPath(entry), failure.localizedDescription());
+    VNSetError(error_, std::move(failure));
+    return false;
+  }
+
+  bool forceItem(const VNTreeEntry* entry) {
     const std::string destination = destinationPath(entry);
-    logLine(VNLogTypeDefault, __LINE__, "Copying attributes and flags (%s)->(%s)", entry->fts_path, destination);
-    VNFsStatus status = copy_->copyItem(VNAtPath(entry->fts_path), VNAtPath(parentFd(entry), entry->fts_name),
-                                        VNCopyOptionSet::StatOnly);
+    logLine(VNLogTypeDefault, __LINE__, "Copying attributes and flags (%s)->(%s)", entry->path, destination);
+    // Both are named relative to their folders; the source as "./name", so
+    // that a failure's path tells which of the two failed.
+    const std::string source = std::string("./") + entry->name;
+    VNFsStatus status = copy_->copyItem(VNAtPath(entry->folderFd, source.c_str()),
+                                        VNAtPath(folders_.fd(), entry->name), VNCopyOptionSet::StatOnly);
     if (status.ok()) return true;
-    // The destination is named by its bare name; the source by its whole path.
-    const bool onDestination = status.path == entry->fts_name;
+    const bool onDestination = status.path == entry->name;
     if (onDestination && status.code == ENOENT && status.step == "open") return reportMissing();
-    const std::string path = onDestination ? destination : status.path;
+    const std::string path = onDestination ? destination : std::string(entry->path);
     VNError failure = VNError::posix(status.code, path, status.step);
     if (status.step.find("flags") != std::string::npos)
       logLine(VNLogTypeError, __LINE__, "Failed to chflags() source attributes to the destination path(%s). errno:%d",
@@ -139,8 +143,8 @@ class Forcing {
   std::string sourceRoot_;
   std::string destinationRoot_;
   VNError* error_;
-  // The destination folder of each level of the walk being visited.
-  std::vector<VNUniqueFd> folders_;
+  // The destination folders of the walk's way down.
+  VNFolderTrail folders_{O_RDONLY};
   std::shared_ptr<VNCopyItem> copy_ = VNPlatformSlot<VNCopyItem>::get();
 };
 
@@ -159,11 +163,13 @@ bool VNUDataTemplateUtilities::_forceAttributesOfSrcPath(const VNFileURL& srcPat
 bool VNForceAttributesBelow(const std::string& source, VNAtPath destination, const std::string& destinationPath,
                             VNError* error) {
   VNUniqueFd root(::openat(destination.dirfd, destination.path, kFolderFlags));
-  if (!root) {
+  struct stat status {};
+  if (!root || ::fstat(root.get(), &status) != 0) {
     if (errno == ENOENT) return reportMissing();
     logLine(VNLogTypeError, __LINE__, "Not forcing attributes below %s: %s", destinationPath,
             VNError::posix(errno, destinationPath, "open folder").localizedDescription());
     return true;
   }
-  return Forcing(withoutTrailingSlashes(source), withoutTrailingSlashes(destinationPath), std::move(root), error).run();
+  return Forcing(withoutTrailingSlashes(source), withoutTrailingSlashes(destinationPath), error)
+      .run(std::move(root), status);
 }

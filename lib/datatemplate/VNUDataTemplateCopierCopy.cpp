@@ -15,11 +15,6 @@
 
 namespace {
 
-struct FtsClose {
-  void operator()(FTS* walk) const { ::fts_close(walk); }
-};
-using WalkHandle = std::unique_ptr<FTS, FtsClose>;
-
 constexpr double kMegabyte = 1000000.0;
 
 // Items waiting for the copy's workers, per worker: enough to keep them
@@ -42,8 +37,8 @@ unsigned copyWorkers() {
 }
 
 // Dispatches one entry by kind; returns 0 or the errno that ends the walk.
-int visit(vnudtc_context& context, FTS* walk, FTSENT* entry, const char* destination) {
-  switch (entry->fts_info) {
+int visit(vnudtc_context& context, VNTreeWalk* walk, VNTreeEntry* entry, const char* destination) {
+  switch (entry->kind) {
     case FTS_F:
     case FTS_SL:
     case FTS_SLNONE:
@@ -55,7 +50,7 @@ int visit(vnudtc_context& context, FTS* walk, FTSENT* entry, const char* destina
     case FTS_DP:
       return vnudtc_visit_postorder(&context, entry, destination);
     default:
-      return entry->fts_errno;
+      return entry->error;
   }
 }
 
@@ -92,19 +87,14 @@ bool VNUDataTemplateCopier::_copyDataTemplateIfNeededToURL(const VNFileURL& targ
   // The template root may be a symbolic link to the folder that holds the
   // template; the walk follows the root, and no link below it.
   const std::string walkedRoot = VNResolvedPath(templatePath);
-  char* roots[] = {const_cast<char*>(walkedRoot.c_str()), nullptr};
-  WalkHandle walk(::fts_open(roots, FTS_COMFOLLOW | FTS_NOCHDIR | FTS_PHYSICAL, nullptr));
-  if (!walk) {
-    VNError failure(VNPOSIXErrorDomain, errno, {{VNFilePathErrorKey, VNValue(templatePath)}});
-    VNSetError(error, std::move(failure));
-    return false;
-  }
+  VNTreeWalk walk(VNAtPath(walkedRoot.c_str()), walkedRoot, VNTreeWalk::FollowRoot);
 
   vnudtc_context context;
   context.copier = this;
   context.progress = std::move(progress);
   context.has_duplicates = totalDuplicateItems() != 0;
   context.root_length = walkedRoot.size();
+  context.target_length = targetPath.size();
   context.copyItem = VNPlatformSlot<VNCopyItem>::get();
   context.clone = VNPlatformSlot<VNClone>::get();
   context.fileFlags = VNPlatformSlot<VNFileFlags>::get();
@@ -116,20 +106,19 @@ bool VNUDataTemplateCopier::_copyDataTemplateIfNeededToURL(const VNFileURL& targ
 
   vnudtc_send_progress(&context);
   std::string destination;
-  while (FTSENT* entry = ::fts_read(walk.get())) {
-    destination.assign(targetPath).append(entry->fts_path + context.root_length);
-    int result = visit(context, walk.get(), entry, destination.c_str());
+  while (VNTreeEntry* entry = walk.read()) {
+    destination.assign(targetPath).append(entry->path + context.root_length);
+    int result = visit(context, &walk, entry, destination.c_str());
     if (result == 0) result = vnudtc_collect_finished(&context);
     if (result != 0) {
       // A failure of an item the workers laid down is already the error.
-      const std::string& path = isVisitedKind(entry->fts_info) ? destination : std::string(entry->fts_path);
+      const std::string& path = isVisitedKind(entry->kind) ? destination : std::string(entry->path);
       if (!context.error) context.error = VNError(VNPOSIXErrorDomain, result, {{VNFilePathErrorKey, VNValue(path)}});
       break;
     }
   }
   vnudtc_finish_pending(&context);
   vnudtc_send_progress(&context);
-  walk.reset();
   lastCopyCounts_ = {context.items, context.bytes, context.bytes_on_disk, context.cloned_items,
                      context.symlinked_items};
 

@@ -1,4 +1,4 @@
-// The copy engine: one depth-first fts walk over the template that lays each
+// The copy engine: one depth-first walk over the template that lays each
 // item down on the target and carries its metadata over.
 #include "datatemplate/internal/VNUDataTemplateCopyEngine.h"
 
@@ -9,8 +9,14 @@
 #include <cstring>
 
 #include "platform/VNPlatformService.h"
+#include "platform/internal/VNFolderTrail.h"
 
 namespace {
+
+// Folders on the walk's way down that keep their descriptors, and the most
+// folders holding descriptors at once, counting those of tasks still out.
+constexpr std::size_t kOpenWayFolders = 8;
+constexpr std::size_t kMostHeldFolders = 64;
 
 // Put into an entry's user pointer once the entry is finished, or handed to
 // the workers that finish it, so that its completing visit does nothing.
@@ -19,8 +25,8 @@ void* doneMark() { return const_cast<char*>(&kDoneMark); }
 
 // The entry's path below the template root, without a leading run of "/"
 // and "./"; the root itself becomes empty.
-const char* relativePath(const vnudtc_context* context, const FTSENT* entry) {
-  const char* path = entry->fts_path + context->root_length;
+const char* relativePath(const vnudtc_context* context, const VNTreeEntry* entry) {
+  const char* path = entry->path + context->root_length;
   for (;;) {
     if (path[0] == '/') {
       ++path;
@@ -48,14 +54,14 @@ struct Item {
 
 // The open folder holding `entry`, or null for the root (or should the walk
 // be deeper than the folders held, which it never is).
-const std::shared_ptr<VNCopyFolder>* parentFolder(const vnudtc_context* context, const FTSENT* entry) {
-  if (entry->fts_level < 1 || static_cast<size_t>(entry->fts_level) > context->folders.size()) return nullptr;
-  return &context->folders[static_cast<size_t>(entry->fts_level) - 1];
+const std::shared_ptr<VNCopyFolder>* parentFolder(const vnudtc_context* context, const VNTreeEntry* entry) {
+  if (entry->level < 1 || static_cast<size_t>(entry->level) > context->folders.size()) return nullptr;
+  return &context->folders[static_cast<size_t>(entry->level) - 1];
 }
 
-Item itemOf(const vnudtc_context* context, const FTSENT* entry) {
+Item itemOf(const vnudtc_context* context, const VNTreeEntry* entry) {
   const auto* parent = parentFolder(context, entry);
-  return {entry->fts_path, entry->fts_name, entry->fts_info, entry->fts_statp, parent ? parent->get() : nullptr};
+  return {entry->path, entry->name, entry->kind, entry->status, parent ? parent->get() : nullptr};
 }
 
 Item itemOf(const VNCopyTask& task) {
@@ -81,23 +87,6 @@ bool mayBeCompressed(vnudtc_context* context, const Item& item) {
   return may;
 }
 
-// Holds the folder just laid down for `entry` and its template folder, for
-// the items below them.
-int enterFolder(vnudtc_context* context, const FTSENT* entry, const char* destination) {
-  constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  Item item = itemOf(context, entry);
-  VNAtPath source = sourceItem(item);
-  VNAtPath target = destinationItem(item, destination);
-  auto folder = std::make_shared<VNCopyFolder>();
-  folder->source.reset(::openat(source.dirfd, source.path, kFlags));
-  if (!folder->source) return errno;
-  folder->destination.reset(::openat(target.dirfd, target.path, kFlags));
-  if (!folder->destination) return errno == ELOOP ? ENOTDIR : errno;
-  context->folders.resize(static_cast<size_t>(entry->fts_level));
-  context->folders.push_back(std::move(folder));
-  return 0;
-}
-
 // The errno of a failed platform call, never 0.
 int failureCode(const VNFsStatus& status) { return status.code ? status.code : EIO; }
 
@@ -107,9 +96,9 @@ int copyFailed(vnudtc_context* context, const char* source, const char* destinat
   return code;
 }
 
-int layDownSymlink(vnudtc_context* context, FTS* walk, FTSENT* entry, const char* destination,
+int layDownSymlink(vnudtc_context* context, VNTreeWalk* walk, VNTreeEntry* entry, const char* destination,
                    const char* relative) {
-  const bool directory = entry->fts_info == FTS_D || entry->fts_info == FTS_DP;
+  const bool directory = entry->kind == FTS_D || entry->kind == FTS_DP;
   char link[VNUDTLinkBufferSize] = {};
   dataTemplateLinkForPath(relative, directory, link);
   const VNAtPath target = destinationItem(itemOf(context, entry), destination);
@@ -281,14 +270,14 @@ int finishWhile(vnudtc_context* context, Condition waiting) {
   return 0;
 }
 
-std::unique_ptr<VNCopyTask> makeTask(vnudtc_context* context, const FTSENT* entry, const char* destination) {
+std::unique_ptr<VNCopyTask> makeTask(vnudtc_context* context, const VNTreeEntry* entry, const char* destination) {
   auto task = std::make_unique<VNCopyTask>();
   if (const auto* parent = parentFolder(context, entry)) task->folder = *parent;
-  task->name = entry->fts_name;
-  task->sourcePath = entry->fts_path;
+  task->name = entry->name;
+  task->sourcePath = entry->path;
   task->destination = destination;
-  task->status = *entry->fts_statp;
-  task->entryKind = entry->fts_info;
+  task->status = *entry->status;
+  task->entryKind = entry->kind;
   task->copyItem = context->copyItem.get();
   task->clone = context->clone.get();
   return task;
@@ -296,14 +285,14 @@ std::unique_ptr<VNCopyTask> makeTask(vnudtc_context* context, const FTSENT* entr
 
 // Whether `entry`'s item goes to the workers rather than being laid down on
 // the walk's thread.
-bool handsOff(const vnudtc_context* context, const FTSENT* entry) {
+bool handsOff(const vnudtc_context* context, const VNTreeEntry* entry) {
   return context->workers && parentFolder(context, entry);
 }
 
 // Lays a file, link or special item down (a copy or a clone). Handed to the
 // workers, it is finished when taken back; laid down here, a clone is
 // finished at once and a copy by its completing visit.
-int layDown(vnudtc_context* context, FTS* walk, FTSENT* entry, std::unique_ptr<VNCopyTask> task) {
+int layDown(vnudtc_context* context, VNTreeWalk* walk, VNTreeEntry* entry, std::unique_ptr<VNCopyTask> task) {
   if (handsOff(context, entry)) {
     task->folder->pending += 1;
     context->workers->submit(std::move(task));
@@ -315,31 +304,91 @@ int layDown(vnudtc_context* context, FTS* walk, FTSENT* entry, std::unique_ptr<V
     return vnudtc_skip_entry(context, walk, entry);
   }
   if (!task->result.ok())
-    return copyFailed(context, entry->fts_path, task->destination.c_str(), failureCode(task->result));
+    return copyFailed(context, entry->path, task->destination.c_str(), failureCode(task->result));
   return 0;
 }
 
-int copyFolder(vnudtc_context* context, FTSENT* entry, const char* destination) {
+// Closes the descriptors of the folder kOpenWayFolders above the one just
+// entered, once nothing in it is pending (a failure of what was pending is
+// the run's error already).
+int closeFarFolder(vnudtc_context* context) {
+  if (context->folders.size() <= kOpenWayFolders) return 0;
+  VNCopyFolder& folder = *context->folders[context->folders.size() - 1 - kOpenWayFolders];
+  if (int code = finishWhile(context, [&] { return folder.pending > 0; })) return code;
+  folder.close();
+  return 0;
+}
+
+// Holds the folder just laid down for `entry` and its template folder, for
+// the items below them.
+int enterFolder(vnudtc_context* context, const VNTreeEntry* entry, const char* destination) {
+  constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  Item item = itemOf(context, entry);
+  VNAtPath source = sourceItem(item);
+  VNAtPath target = destinationItem(item, destination);
+  VNUniqueFd sourceFd(::openat(source.dirfd, source.path, kFlags));
+  if (!sourceFd) return errno;
+  VNUniqueFd destinationFd(::openat(target.dirfd, target.path, kFlags));
+  if (!destinationFd) return errno == ELOOP ? ENOTDIR : errno;
+  struct stat laidDown {};
+  if (::fstat(destinationFd.get(), &laidDown) != 0) return errno;
+  if (entry->level == 0) context->target_root.reset(::fcntl(destinationFd.get(), F_DUPFD_CLOEXEC, 0));
+  auto folder = std::make_shared<VNCopyFolder>();
+  folder->device = laidDown.st_dev;
+  folder->inode = laidDown.st_ino;
+  folder->open(std::move(sourceFd), std::move(destinationFd), &context->held_folders);
+  context->folders.resize(static_cast<size_t>(entry->level));
+  context->folders.push_back(std::move(folder));
+  return closeFarFolder(context);
+}
+
+// Finishes tasks out before another folder is held when too many are: the
+// folders that tasks hold, and the folders above them that wait for them to
+// close. A failure among those tasks is the run's error already.
+int makeRoomForFolder(vnudtc_context* context) {
+  return finishWhile(context, [&] { return context->held_folders >= kMostHeldFolders; });
+}
+
+// Opens the folder the walk climbs back to from `child` again when it was
+// closed: the template folder is the walk's, the laid-down one is reached
+// through ".." of `child`'s and must be the folder it was.
+int reopenParent(vnudtc_context* context, const VNCopyFolder& child, const VNTreeEntry* entry) {
+  if (context->folders.empty() || context->folders.back()->source) return 0;
+  if (int code = makeRoomForFolder(context)) return code;
+  VNCopyFolder& parent = *context->folders.back();
+  VNUniqueFd destination;
+  if (int code = VNReopenParent(child.destination.get(), O_PATH, parent.device, parent.inode, &destination))
+    return code;
+  VNUniqueFd source(::fcntl(entry->folderFd, F_DUPFD_CLOEXEC, 0));
+  if (!source) return errno;
+  parent.open(std::move(source), std::move(destination), &context->held_folders);
+  return 0;
+}
+
+// Lays a folder down and holds it.
+int copyFolder(vnudtc_context* context, VNTreeEntry* entry, const char* destination) {
+  if (int code = makeRoomForFolder(context)) return code;
   Item item = itemOf(context, entry);
   VNFsStatus status = context->copyItem->copyItem(sourceItem(item), destinationItem(item, destination),
-                                                  VNCopyOptionSet::Directory, entry->fts_statp);
+                                                  VNCopyOptionSet::Directory, entry->status);
   int code = status.ok() ? enterFolder(context, entry, destination) : failureCode(status);
-  return code == 0 ? 0 : copyFailed(context, entry->fts_path, destination, code);
+  if (code != 0) return copyFailed(context, entry->path, destination, code);
+  return closeFarFolder(context);
 }
 
 }  // namespace
 
-int vnudtc_visit_preorder(vnudtc_context* context, FTS* walk, FTSENT* entry,
+int vnudtc_visit_preorder(vnudtc_context* context, VNTreeWalk* walk, VNTreeEntry* entry,
                           const char* destination) {
   const char* relative = relativePath(context, entry);
-  const bool directory = entry->fts_info == FTS_D;
-  if (!isSymlinkKind(entry->fts_info) && context->copier->_shouldSymlinkPath(relative, directory))
+  const bool directory = entry->kind == FTS_D;
+  if (!isSymlinkKind(entry->kind) && context->copier->_shouldSymlinkPath(relative, directory))
     return layDownSymlink(context, walk, entry, destination, relative);
   if (directory) return copyFolder(context, entry, destination);
 
   std::unique_ptr<VNCopyTask> task = makeTask(context, entry, destination);
-  const struct stat* st = entry->fts_statp;
-  if (entry->fts_info == FTS_F && st->st_nlink >= 2) {
+  const struct stat* st = entry->status;
+  if (entry->kind == FTS_F && st->st_nlink >= 2) {
     vnudtc_context::FileID id{st->st_dev, st->st_ino};
     auto found = context->inode_paths.find(id);
     if (found != context->inode_paths.end()) {
@@ -347,6 +396,9 @@ int vnudtc_visit_preorder(vnudtc_context* context, FTS* walk, FTSENT* entry,
       if (int result = finishWhile(context, [&] { return first.pending; })) return result;
       task->kind = VNCopyTask::Kind::Clone;
       task->firstCopy = first.path;
+      const std::size_t below = first.path.find_first_not_of('/', context->target_length);
+      task->firstCopyBelow = first.path.substr(std::min(below, first.path.size()));
+      task->targetRoot = context->target_root.get();
     } else {
       context->inode_paths.emplace(id, vnudtc_context::FirstCopy{destination, handsOff(context, entry)});
       task->firstNameOf = id;
@@ -355,28 +407,29 @@ int vnudtc_visit_preorder(vnudtc_context* context, FTS* walk, FTSENT* entry,
   return layDown(context, walk, entry, std::move(task));
 }
 
-int vnudtc_visit_postorder(vnudtc_context* context, FTSENT* entry, const char* destination) {
-  if (entry->fts_pointer == doneMark()) return 0;
-  if (entry->fts_info == FTS_DP && static_cast<size_t>(entry->fts_level) < context->folders.size()) {
+int vnudtc_visit_postorder(vnudtc_context* context, VNTreeEntry* entry, const char* destination) {
+  if (entry->pointer == doneMark()) return 0;
+  if (entry->kind == FTS_DP && static_cast<size_t>(entry->level) < context->folders.size()) {
     // A folder's own metadata waits for the items laid down in it: with
     // some still pending it closes later, when the last is finished.
-    const auto level = static_cast<size_t>(entry->fts_level);
+    const auto level = static_cast<size_t>(entry->level);
     std::shared_ptr<VNCopyFolder> folder = std::move(context->folders[level]);
     context->folders.resize(level);
+    if (int code = reopenParent(context, *folder, entry)) return code;
     if (folder->pending > 0) {
       folder->closing = makeTask(context, entry, destination);
       if (folder->closing->folder) folder->closing->folder->pending += 1;
       return 0;
     }
   }
-  if (entry->fts_info == FTS_DP) return closeFolder(context, itemOf(context, entry), destination);
-  if (int result = vnudtc_preserve_metadata(context, entry, destination, entry->fts_info))
+  if (entry->kind == FTS_DP) return closeFolder(context, itemOf(context, entry), destination);
+  if (int result = vnudtc_preserve_metadata(context, entry, destination, entry->kind))
     return result;
-  vnudtc_increment_progress(context, entry->fts_statp, /*withoutBytes=*/false);
+  vnudtc_increment_progress(context, entry->status, /*withoutBytes=*/false);
   return 0;
 }
 
-int vnudtc_preserve_metadata(vnudtc_context* context, FTSENT* entry, const char* destination,
+int vnudtc_preserve_metadata(vnudtc_context* context, VNTreeEntry* entry, const char* destination,
                              int laidDownKind) {
   return preserveMetadata(context, itemOf(context, entry), destination, laidDownKind);
 }
@@ -395,9 +448,9 @@ void vnudtc_send_progress(vnudtc_context* context) {
   if (context->progress) context->progress(*context->copier, context->items, context->bytes);
 }
 
-int vnudtc_skip_entry(vnudtc_context*, FTS* walk, FTSENT* entry) {
-  if (::fts_set(walk, entry, FTS_SKIP) != 0) return errno ? errno : EINVAL;
-  entry->fts_pointer = doneMark();
+int vnudtc_skip_entry(vnudtc_context*, VNTreeWalk* walk, VNTreeEntry* entry) {
+  walk->skip();
+  entry->pointer = doneMark();
   return 0;
 }
 

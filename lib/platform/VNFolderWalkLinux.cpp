@@ -4,11 +4,10 @@
 // entered one by one. On file systems that clone, most files need a second
 // request (their extents), so large folders are read by two threads.
 //
-// Trees may be far deeper than the descriptor limit. Only the deepest
-// kOpenLevels folders on the way down stay open; a closed folder is opened
-// again through ".." of its child when the walk climbs back to it, and its
-// device and inode must be the ones it had, or the rest of it is skipped.
-#include <dirent.h>
+// Trees may be far deeper than the descriptor limit: the folders on the way
+// down are held by a VNFolderTrail, and a folder that cannot be opened again
+// as the one it was when the walk climbs back to it has the rest of it
+// skipped.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -23,6 +22,7 @@
 #include <vector>
 
 #include "foundation/VNUniqueFd.h"
+#include "platform/internal/VNFolderTrail.h"
 #include "platform/internal/VNStorageProbeLinux.h"
 
 namespace {
@@ -32,13 +32,6 @@ constexpr int kOpenFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC
 constexpr size_t kParallelEntries = 32;
 // Entries a thread takes at a time.
 constexpr size_t kChunk = 16;
-// Folders on the way down kept open at once.
-constexpr size_t kOpenLevels = 32;
-
-struct DirCloser {
-  void operator()(DIR* dir) const { ::closedir(dir); }
-};
-using UniqueDir = std::unique_ptr<DIR, DirCloser>;
 
 // The entries of the folder being read. Kept by the walk and reused for every
 // folder, so reading a folder allocates nothing once the buffers have grown.
@@ -141,17 +134,13 @@ class Helper {
   std::thread thread_;
 };
 
-// One folder on the way down: its subfolders still to enter, in order. Its
-// handle is null while it is closed to save descriptors.
+// One folder on the way down: its subfolders still to enter, in order.
 struct Level {
   struct Subfolder {
     std::string name;
     std::uint64_t device;
     std::uint64_t inode;
   };
-  UniqueDir dir;
-  std::uint64_t device;
-  std::uint64_t inode;
   std::vector<Subfolder> subfolders;
   size_t next = 0;
   size_t pathLength;  // of the walk's path while inside this folder
@@ -181,7 +170,7 @@ class Walk {
       const Level::Subfolder& subfolder = level.subfolders[level.next++];
       path_.resize(level.pathLength);
       path_.append("/").append(subfolder.name);
-      VNUniqueFd child(::openat(::dirfd(level.dir.get()), subfolder.name.c_str(), kOpenFolderFlags));
+      VNUniqueFd child(::openat(trail_.fd(), subfolder.name.c_str(), kOpenFolderFlags));
       if (!child) {
         if (!onError_(VNError::posix(errno, path_, "open folder"))) return;
         continue;
@@ -191,45 +180,29 @@ class Walk {
   }
 
  private:
-  // Opens the folder at path_, visits its entries; false to stop the walk.
+  // Holds the folder at path_ and visits its entries; false to stop the walk.
   bool enter(VNUniqueFd fd, std::uint64_t device, std::uint64_t inode) {
     VNCloneDomain domain = cloneDomain(fd.get(), device);
-    UniqueDir dir(::fdopendir(fd.get()));
-    if (!dir) return onError_(VNError::posix(errno, path_, "open folder"));
-    fd.release();
-    levels_.push_back(Level{std::move(dir), device, inode, {}, 0, path_.size(), domain});
-    if (levels_.size() - firstOpen_ > kOpenLevels) levels_[firstOpen_++].dir.reset();
+    trail_.push(std::move(fd), device, inode);
+    levels_.push_back(Level{{}, 0, path_.size(), domain});
     return visitFolder(levels_.back());
   }
 
-  // Leaves the deepest folder, opening its parent again through ".." when it
-  // was closed; false to stop the walk.
+  // Leaves the deepest folder; false to stop the walk.
   bool leave() {
-    Level child = std::move(levels_.back());
     levels_.pop_back();
-    if (levels_.empty() || levels_.size() > firstOpen_) return true;
-    firstOpen_ = levels_.size() - 1;
-    Level& parent = levels_.back();
-    path_.resize(parent.pathLength);
-    int childFd = child.dir ? ::dirfd(child.dir.get()) : -1;
-    VNUniqueFd fd(childFd < 0 ? -1 : ::openat(childFd, "..", kOpenFolderFlags));
-    struct stat st {};
-    int failure = !fd ? (childFd < 0 ? ESTALE : errno) : ::fstat(fd.get(), &st) != 0 ? errno : 0;
-    if (!failure && (st.st_dev != parent.device || st.st_ino != parent.inode)) failure = ESTALE;
-    if (!failure) {
-      parent.dir.reset(::fdopendir(fd.get()));
-      failure = parent.dir ? 0 : errno;
-      if (parent.dir) fd.release();
-    }
+    const int failure = trail_.pop();
     if (!failure) return true;
     // The folder moved while the walk was below it: the rest of it is skipped.
+    Level& parent = levels_.back();
+    path_.resize(parent.pathLength);
     parent.next = parent.subfolders.size();
     return onError_(VNError::posix(failure, path_, "reopen folder"));
   }
 
   bool visitFolder(Level& level) {
-    if (!list(level)) return false;
-    batch_.dirFd = ::dirfd(level.dir.get());
+    if (!list()) return false;
+    batch_.dirFd = trail_.fd();
     batch_.domain = level.domain;
     batch_.cursor = 0;
     if (level.domain && batch_.entries.size() >= kParallelEntries)
@@ -244,20 +217,15 @@ class Walk {
     return true;
   }
 
-  // Reads the folder's names into the batch; false to stop the walk.
-  bool list(Level& level) {
+  // Reads the deepest folder's names into the batch; false to stop the walk.
+  bool list() {
     batch_.names.clear();
     batch_.entries.clear();
-    for (;;) {
-      errno = 0;
-      const dirent* entry = ::readdir(level.dir.get());
-      if (!entry) break;
-      const char* name = entry->d_name;
-      if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
-      batch_.entries.push_back({batch_.names.size(), entry->d_type == DT_REG, {}});
+    const int failure = VNForEachName(trail_.fd(), [&](const char* name, unsigned char type) {
+      batch_.entries.push_back({batch_.names.size(), type == DT_REG, {}});
       batch_.names.append(name).push_back('\0');
-    }
-    return errno == 0 || onError_(VNError::posix(errno, path_, "read folder"));
+    });
+    return failure == 0 || onError_(VNError::posix(failure, path_, "read folder"));
   }
 
   // Asks the file system once per device met.
@@ -271,7 +239,7 @@ class Walk {
   const VNStorageUsage::Visitor& visit_;
   const VNStorageUsage::ErrorHandler& onError_;
   std::vector<Level> levels_;
-  size_t firstOpen_ = 0;  // levels below it are closed
+  VNFolderTrail trail_{O_RDONLY};
   std::vector<std::pair<std::uint64_t, VNCloneDomain>> devices_;
   Batch batch_;
   Helper helper_;

@@ -1,21 +1,14 @@
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
-#include <memory>
 
 #include "foundation/VNError.h"
-#include "foundation/VNUniqueFd.h"
 #include "platform/VNRemoveTree.h"
 #include "platform/internal/VNLockingFlags.h"
+#include "platform/internal/VNTreeWalk.h"
 
 namespace {
-
-struct DirCloser {
-  void operator()(DIR* dir) const { ::closedir(dir); }
-};
 
 struct Failure {
   // Set by the caller: immutable and append-only flags are lifted from what
@@ -33,46 +26,52 @@ bool fail(Failure* failure, int code, const std::string& path, const char* step)
   return false;
 }
 
-bool removeEntry(int dirfd, const char* name, const std::string& path, Failure* failure);
+// Lifts the locking flags of `item` when the caller allows it; whether it
+// had any.
+bool lift(const Failure* failure, VNAtPath item) {
+  return failure->liftLocking && VNLiftLockingFlags(item).has_value();
+}
 
-bool removeChildren(int fd, const std::string& path, Failure* failure) {
-  int copy = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
-  if (copy < 0) return fail(failure, errno, path, "read directory");
-  std::unique_ptr<DIR, DirCloser> dir(::fdopendir(copy));
-  if (!dir) {
-    int code = errno;
-    ::close(copy);
-    return fail(failure, code, path, "read directory");
-  }
-  for (;;) {
-    errno = 0;
-    const dirent* entry = ::readdir(dir.get());
-    if (!entry) return errno == 0 || fail(failure, errno, path, "read directory");
-    if (!std::strcmp(entry->d_name, ".") || !std::strcmp(entry->d_name, "..")) continue;
-    if (!removeEntry(fd, entry->d_name, path + "/" + entry->d_name, failure) &&
-        failure->code != ENOENT)
-      return false;
+bool removeFile(const VNTreeEntry& entry, Failure* failure) {
+  if (::unlinkat(entry.folderFd, entry.name, 0) == 0) return true;
+  const int code = errno;
+  // Below the top, an item that vanished meanwhile counts as removed.
+  if (code == ENOENT && entry.level > 0) return true;
+  if (code == EPERM && lift(failure, VNAtPath(entry.folderFd, entry.name)) &&
+      ::unlinkat(entry.folderFd, entry.name, 0) == 0)
+    return true;
+  return fail(failure, code, entry.path, "remove");
+}
+
+bool removeEntry(const VNTreeEntry& entry, Failure* failure) {
+  switch (entry.kind) {
+    case FTS_D:
+      // A folder with either flag refuses the removal of its entries; one
+      // that keeps them says so when they are removed.
+      lift(failure, VNAtPath(entry.folderFd, entry.name));
+      return true;
+    case FTS_DP:
+      if (::unlinkat(entry.folderFd, entry.name, AT_REMOVEDIR) == 0 || errno == ENOENT) return true;
+      return fail(failure, errno, entry.path, "remove directory");
+    case FTS_NS:
+      if (entry.error == ENOENT && entry.level > 0) return true;
+      return fail(failure, entry.error, entry.path, "remove");
+    case FTS_DNR:
+      if (entry.error == ENOENT) return true;
+      return fail(failure, entry.error, entry.path, entry.step);
+    case FTS_ERR:
+      return fail(failure, entry.error, entry.path, entry.step);
+    default:
+      return removeFile(entry, failure);
   }
 }
 
-bool removeEntry(int dirfd, const char* name, const std::string& path, Failure* failure) {
-  if (::unlinkat(dirfd, name, 0) == 0) return true;
-  int unlinkError = errno;
-  if (unlinkError != EISDIR && unlinkError != EPERM)
-    return fail(failure, unlinkError, path, "remove");
-  // An immutable or append-only item refuses its own removal, a folder with
-  // either flag the removal of its entries.
-  if (failure->liftLocking && VNLiftLockingFlags(VNAtPath(dirfd, name)) && unlinkError == EPERM &&
-      ::unlinkat(dirfd, name, 0) == 0)
-    return true;
-  VNUniqueFd dir(::openat(dirfd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!dir) {
-    int code = errno == ENOTDIR || errno == ELOOP ? unlinkError : errno;
-    return fail(failure, code, path, code == unlinkError ? "remove" : "open directory");
-  }
-  if (!removeChildren(dir.get(), path, failure)) return false;
-  if (::unlinkat(dirfd, name, AT_REMOVEDIR) == 0 || errno == ENOENT) return true;
-  return fail(failure, errno, path, "remove directory");
+// Removes `item` (named `path`) and everything below it, deepest first.
+bool removeTree(VNAtPath item, const std::string& path, Failure* failure) {
+  VNTreeWalk walk(item, path);
+  while (const VNTreeEntry* entry = walk.read())
+    if (!removeEntry(*entry, failure)) return false;
+  return true;
 }
 
 }  // namespace
@@ -80,7 +79,7 @@ bool removeEntry(int dirfd, const char* name, const std::string& path, Failure* 
 bool VNRemoveTree(const std::string& path, VNError* error, VNRemoveLocked locked) {
   Failure failure;
   failure.liftLocking = locked == VNRemoveLocked::Lift;
-  if (removeEntry(AT_FDCWD, path.c_str(), path, &failure)) return true;
+  if (removeTree(VNAtPath(path), path, &failure)) return true;
   VNSetError(error, VNError::posix(failure.code, failure.path, failure.step));
   return false;
 }
@@ -91,7 +90,7 @@ bool VNRemoveTreeAt(int folderFd, const std::string& name, const std::string& pa
     return false;
   }
   Failure failure;
-  if (removeEntry(folderFd, name.c_str(), path, &failure)) return true;
+  if (removeTree(VNAtPath(folderFd, name.c_str()), path, &failure)) return true;
   VNSetError(error, VNError::posix(failure.code, failure.path, failure.step));
   return false;
 }

@@ -1,20 +1,23 @@
 // The shove by renameat2(2), walking both trees through directory
-// descriptors so that no symbolic link is ever followed.
-#include <dirent.h>
+// descriptors so that no symbolic link is ever followed: the source with a
+// VNTreeWalk, the destination's folders being merged into with a
+// VNFolderTrail beside it.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <optional>
-#include <vector>
 
 #include "foundation/VNFormat.h"
 #include "foundation/VNUniqueFd.h"
 #include "platform/VNShove.h"
+#include "platform/internal/VNFolderTrail.h"
 #include "platform/internal/VNLockingFlags.h"
+#include "platform/internal/VNTreeWalk.h"
 
 namespace {
 
@@ -36,15 +39,24 @@ class RenameShove final : public VNShove {
     options_ = request.options;
     keep_ = request.keepReplacedIn;
     log_ = &log;
+    folders_ = VNFolderTrail(O_RDONLY);
     const std::string sourcePath = withoutTrailingSlashes(request.source);
     destinationPath_ = withoutTrailingSlashes(request.destination);
     VNUniqueFd from(openFolder(AT_FDCWD, sourcePath.c_str()));
     if (!from) return fail(errno, "open source folder", sourcePath);
     VNUniqueFd to(openFolder(AT_FDCWD, destinationPath_.c_str()));
-    if (!to) return fail(errno, "open destination folder", destinationPath_);
-    destinationFd_ = to.get();
-    const std::string top;
-    return merge({from.get(), sourcePath, top}, {to.get(), destinationPath_, top});
+    struct stat top {};
+    if (!to || ::fstat(to.get(), &top) != 0) return fail(errno, "open destination folder", destinationPath_);
+    destinationRoot_.reset(::fcntl(to.get(), F_DUPFD_CLOEXEC, 0));
+    if (!destinationRoot_) return fail(errno, "open destination folder", destinationPath_);
+    folders_.push(std::move(to), top.st_dev, top.st_ino);
+    // Each folder's names are read before anything in it moves: renaming out
+    // of a folder while reading it could make the listing skip or repeat
+    // entries.
+    VNTreeWalk walk(VNAtPath(from.get(), "."), sourcePath);
+    while (const VNTreeEntry* entry = walk.read())
+      if (int err = visit(walk, *entry)) return err;
+    return 0;
   }
 
  private:
@@ -64,38 +76,42 @@ class RenameShove final : public VNShove {
     return code;
   }
 
-  // Names are read before anything moves: renaming out of a folder while
-  // reading it could make the listing skip or repeat entries.
-  static int listNames(int fd, std::vector<std::string>& names) {
-    DIR* dir = ::fdopendir(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
-    if (!dir) return errno;
-    errno = 0;
-    while (dirent* entry = ::readdir(dir)) {
-      if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-        names.emplace_back(entry->d_name);
-    }
-    int err = errno;
-    ::closedir(dir);
-    return err;
-  }
-
-  int merge(Folder from, Folder to) {
-    std::vector<std::string> names;
-    if (int err = listNames(from.fd, names)) return fail(err, "read folder", from.path);
-    for (const auto& name : names) {
-      if (int err = move(from, to, name)) return err;
-    }
+  // Moves one source item, or enters the destination folder it merges into.
+  int visit(VNTreeWalk& walk, const VNTreeEntry& entry) {
+    if (entry.kind == FTS_DNR || entry.kind == FTS_ERR) return fail(entry.error, entry.step, entry.path);
+    if (entry.level == 0) return 0;
+    if (entry.kind == FTS_NS) return fail(entry.error, "move", entry.path);
+    if (entry.kind == FTS_DP) return leave(entry);
+    // The folder holding the item: its path, and its path below the top.
+    const std::string fromPath(entry.path, entry.pathLength - std::strlen(entry.name) - 1);
+    std::string relative = fromPath.substr(std::min(entry.rootLength, fromPath.size()));
+    if (!relative.empty() && relative.front() == '/') relative.erase(0, 1);
+    const std::string toPath = relative.empty() ? destinationPath_ : destinationPath_ + "/" + relative;
+    bool merging = false;
+    if (int err = move({entry.folderFd, fromPath, relative}, {folders_.fd(), toPath, relative}, entry.name, &merging))
+      return err;
+    if (!merging) walk.skip();
     return 0;
   }
 
-  int move(Folder from, Folder to, const std::string& name) {
+  // Leaves a folder merged into; one moved whole was never entered.
+  int leave(const VNTreeEntry& entry) {
+    if (folders_.size() <= static_cast<std::size_t>(entry.level)) return 0;
+    if (int err = folders_.pop())
+      return fail(err, "reopen the folder holding", destinationPath_ + (entry.path + entry.rootLength));
+    return 0;
+  }
+
+  // Sets `merging` when `name` is a folder to merge into the destination's,
+  // which is then held as the deepest of folders_.
+  int move(Folder from, Folder to, const std::string& name, bool* merging) {
     const std::string source = from.path + "/" + name;
     const std::string target = to.path + "/" + name;
     int err = renameLifting(from, to, name, RENAME_NOREPLACE);
     if (err == EINVAL) err = renameIfAbsent(from, to, name);
     if (err == 0) return 0;
     if (err != EEXIST) return fail(err, "move", source);
-    return resolveConflict(from, to, name, source, target);
+    return resolveConflict(from, to, name, source, target, merging);
   }
 
   // For file systems without RENAME_NOREPLACE: a look, then a plain rename.
@@ -120,7 +136,7 @@ class RenameShove final : public VNShove {
   }
 
   int resolveConflict(Folder from, Folder to, const std::string& name, const std::string& source,
-                      const std::string& target) {
+                      const std::string& target, bool* merging) {
     struct stat src {}, dst {};
     if (::fstatat(from.fd, name.c_str(), &src, AT_SYMLINK_NOFOLLOW) != 0)
       return fail(errno, "examine", source);
@@ -129,12 +145,12 @@ class RenameShove final : public VNShove {
     const bool keeping = !keep_.empty() && (options_ & VNShoveReplaceItems);
     if (S_ISDIR(dst.st_mode) && S_ISDIR(src.st_mode)) {
       if (!(options_ & VNShoveMergeFolders)) return fail(EEXIST, "merge into", target);
-      VNUniqueFd subFrom(openFolder(from.fd, name.c_str()));
-      if (!subFrom) return fail(errno, "open", source);
       VNUniqueFd subTo(openFolder(to.fd, name.c_str()));
-      if (!subTo) return fail(errno, "open", target);
-      const std::string relative = joined(to.relative, name);
-      return merge({subFrom.get(), source, relative}, {subTo.get(), target, relative});
+      struct stat held {};
+      if (!subTo || ::fstat(subTo.get(), &held) != 0) return fail(errno, "open", target);
+      folders_.push(std::move(subTo), held.st_dev, held.st_ino);
+      *merging = true;
+      return 0;
     }
     if (keeping && !isSameItem(from, to, name, src, dst)) return replaceKeeping(from, to, name, target);
     if (S_ISDIR(dst.st_mode)) return fail(EISDIR, "replace folder", target);
@@ -186,7 +202,7 @@ class RenameShove final : public VNShove {
   // Opens (creating what is missing, mode 0700, never following a link) the
   // folder of the keep tree that mirrors the destination folder `relative`.
   int openKeepFolderFor(const std::string& relative, VNUniqueFd* out) const {
-    VNUniqueFd folder(::fcntl(destinationFd_, F_DUPFD_CLOEXEC, 0));
+    VNUniqueFd folder(::fcntl(destinationRoot_.get(), F_DUPFD_CLOEXEC, 0));
     if (!folder) return errno;
     const std::string path = joined(keep_, relative);
     for (std::size_t start = 0; start < path.size();) {
@@ -207,7 +223,9 @@ class RenameShove final : public VNShove {
   std::uint32_t options_ = 0;
   std::string keep_;
   std::string destinationPath_;
-  int destinationFd_ = -1;
+  VNUniqueFd destinationRoot_;
+  // The destination folders being merged into, from the top down.
+  VNFolderTrail folders_{O_RDONLY};
   const LogCallback* log_ = nullptr;
 };
 

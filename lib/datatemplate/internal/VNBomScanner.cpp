@@ -1,6 +1,5 @@
 #include "datatemplate/internal/VNBomScanner.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,13 +14,9 @@
 #include "datatemplate/internal/VNBomKey.h"
 #include "foundation/VNError.h"
 #include "foundation/VNUniqueFd.h"
+#include "platform/internal/VNTreeWalk.h"
 
 namespace {
-
-struct DirCloser {
-  void operator()(DIR* dir) const { ::closedir(dir); }
-};
-using UniqueDir = std::unique_ptr<DIR, DirCloser>;
 
 // Longest symbolic-link target Linux stores (PATH_MAX without its NUL).
 constexpr size_t kMaxLinkTargetBytes = 4095;
@@ -46,11 +41,11 @@ class TreeScanner {
   bool scan(VNError* error);
 
  private:
-  bool scanDirectory(int dirFd, const std::string& key);
-  bool addItem(int dirFd, const char* name, const std::string& key);
+  bool scanTree();
+  bool visit(const VNTreeEntry& entry);
+  bool addItem(const VNTreeEntry& entry);
   bool readContents(int dirFd, const char* name, const std::string& key, BomEntry& entry,
                     struct stat& st);
-  bool readNames(int dirFd, const std::string& key, std::vector<std::string>& names);
   BomEntry entryOfStat(const struct stat& st) const;
   bool store(const std::string& key, const BomEntry& entry);
   bool assignHardlinkGroups();
@@ -60,6 +55,10 @@ class TreeScanner {
   uint16_t options_;
   VNBomDatabase& db_;
   std::vector<unsigned char> buffer_;
+  // The key of the entry being visited, and the length of the key of each
+  // folder on the walk's way down.
+  std::string key_;
+  std::vector<size_t> keyLengths_;
   // Names, in walk order, of every multiply linked regular file.
   std::map<std::pair<dev_t, ino_t>, std::vector<std::string>> links_;
   VNError error_;
@@ -92,13 +91,8 @@ bool TreeScanner::store(const std::string& key, const BomEntry& entry) {
 }
 
 bool TreeScanner::scan(VNError* error) {
-  VNUniqueFd rootFd(::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  struct stat st {};
-  bool ok = (rootFd || fail(errno, {}, "open")) &&
-            (::fstat(rootFd.get(), &st) == 0 || fail(errno, {}, "stat")) &&
-            (db_.begin() || fail(db_.writeErrno(), {}, "record"));
-  ok = ok && store({}, entryOfStat(st)) && scanDirectory(rootFd.get(), {}) &&
-       assignHardlinkGroups() && (db_.commitTransaction() || fail(db_.writeErrno(), {}, "record"));
+  bool ok = (db_.begin() || fail(db_.writeErrno(), {}, "record")) && scanTree() && assignHardlinkGroups() &&
+            (db_.commitTransaction() || fail(db_.writeErrno(), {}, "record"));
   if (!ok) {
     db_.rollback();
     VNSetError(error, error_);
@@ -106,48 +100,48 @@ bool TreeScanner::scan(VNError* error) {
   return ok;
 }
 
-bool TreeScanner::readNames(int dirFd, const std::string& key, std::vector<std::string>& names) {
-  VNUniqueFd own(::fcntl(dirFd, F_DUPFD_CLOEXEC, 0));
-  if (!own) return fail(errno, key, "open");
-  UniqueDir dir(::fdopendir(own.get()));
-  if (!dir) return fail(errno, key, "open");
-  own.release();
-  for (;;) {
-    errno = 0;
-    struct dirent* item = ::readdir(dir.get());
-    if (!item) break;
-    std::string_view name = item->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
+// The root (followed when it is a symbolic link) as ".", then every item
+// below it, each folder's entries in byte order of their names: the order
+// of their keys, so that entries go in in walk order.
+bool TreeScanner::scanTree() {
+  VNTreeWalk walk(VNAtPath(root_.c_str()), root_, VNTreeWalk::FollowRoot | VNTreeWalk::Sorted);
+  const VNTreeEntry* root = walk.read();
+  if (root->kind == FTS_NS) return fail(root->error, {}, "open");
+  if (root->kind != FTS_D) return fail(ENOTDIR, {}, "open");
+  if (!store({}, entryOfStat(*root->status))) return false;
+  keyLengths_.push_back(0);
+  while (const VNTreeEntry* entry = walk.read())
+    if (!visit(*entry)) return false;
+  return true;
+}
+
+bool TreeScanner::visit(const VNTreeEntry& entry) {
+  const auto level = static_cast<size_t>(entry.level);
+  if (entry.kind == FTS_DP) return true;
+  if (entry.kind == FTS_DNR || entry.kind == FTS_ERR) {
+    // A folder of the way down: its key is held.
+    const std::string key = key_.substr(0, keyLengths_[std::min(level, keyLengths_.size() - 1)]);
+    return fail(entry.error, key, std::string_view(entry.step) == "read folder" ? "read directory" : "open");
   }
-  if (errno != 0) return fail(errno, key, "read directory");
-  // Byte order of names is the order of their keys, so entries go in in walk
-  // order.
-  std::sort(names.begin(), names.end());
-  return true;
+  keyLengths_.resize(level);
+  key_.resize(keyLengths_.back());
+  key_.push_back('\0');
+  key_.append(entry.name);
+  if (entry.kind == FTS_NS) return fail(entry.error, key_, "stat");
+  if (entry.kind == FTS_D) keyLengths_.push_back(key_.size());
+  return addItem(entry);
 }
 
-bool TreeScanner::scanDirectory(int dirFd, const std::string& key) {
-  std::vector<std::string> names;
-  if (!readNames(dirFd, key, names)) return false;
-  for (const std::string& name : names)
-    if (!addItem(dirFd, name.c_str(), VNBomChildKey(key, name))) return false;
-  return true;
-}
-
-bool TreeScanner::addItem(int dirFd, const char* name, const std::string& key) {
-  if (key.size() > kVNBomMaxKeyBytes) return fail(ENAMETOOLONG, key, "record");
-  struct stat st {};
-  if (::fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return fail(errno, key, "stat");
+bool TreeScanner::addItem(const VNTreeEntry& item) {
+  if (key_.size() > kVNBomMaxKeyBytes) return fail(ENAMETOOLONG, key_, "record");
+  struct stat st = *item.status;
   // The store's own file, when the BOM is written into the tree it lists.
   if (db_.file().is(st.st_dev, st.st_ino)) return true;
   BomEntry entry = entryOfStat(st);
-  if (!readContents(dirFd, name, key, entry, st) || !store(key, entry)) return false;
+  if (!readContents(item.folderFd, item.name, key_, entry, st) || !store(key_, entry)) return false;
   if (entry.type == BomEntryTypeFile && st.st_nlink > 1)
-    links_[{st.st_dev, st.st_ino}].push_back(key);
-  if (entry.type != BomEntryTypeDirectory) return true;
-  VNUniqueFd child(::openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!child) return fail(errno, key, "open");
-  return scanDirectory(child.get(), key);
+    links_[{st.st_dev, st.st_ino}].push_back(key_);
+  return true;
 }
 
 // Fills in a symbolic link's target and a regular file's checksum. The file

@@ -17,9 +17,24 @@ struct VNCopyTask;
 
 // A template folder the copy walk is in and the folder laid down for it,
 // both held O_PATH, so that items below them are named relative to them.
+// A folder the walk is far below closes both and opens them again when the
+// walk climbs back to it.
 struct VNCopyFolder {
+  VNCopyFolder() = default;
+  VNCopyFolder(const VNCopyFolder&) = delete;
+  VNCopyFolder& operator=(const VNCopyFolder&) = delete;
+  ~VNCopyFolder() { close(); }
+
+  // Holds both descriptors, counting the folder in `held` while it does.
+  void open(VNUniqueFd sourceFd, VNUniqueFd destinationFd, std::size_t* held);
+  void close();
+
   VNUniqueFd source;
   VNUniqueFd destination;
+  // The laid-down folder's identity, checked when it is opened again.
+  dev_t device = 0;
+  ino_t inode = 0;
+  std::size_t* held = nullptr;
   // Items in this folder not finished yet: those handed to the copy's
   // workers, and folders the walk has left while items in them were still
   // pending. The folder's own stat fields wait until none is left, since
@@ -63,6 +78,8 @@ struct VNCopyTask {
   std::string sourcePath;                // the walk's path of the item
   std::string destination;               // the whole destination path
   std::string firstCopy;                 // Clone: destination of the file's first name
+  std::string firstCopyBelow;            // Clone: the same below the target root
+  int targetRoot = -1;                   // Clone: the target root, held by the run
   struct stat status {};                 // the walk's status of the item
   int entryKind = 0;                     // the walk's entry kind (FTS_F, ...)
   // A hard-linked file's first name: later names wait for this task.

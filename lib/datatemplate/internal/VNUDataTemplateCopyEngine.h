@@ -1,6 +1,5 @@
 #pragma once
 
-#include <fts.h>
 #include <sys/stat.h>
 
 #include <cstdint>
@@ -19,6 +18,7 @@
 #include "platform/VNCopyItem.h"
 #include "platform/VNFileFlags.h"
 #include "platform/VNStorageTiers.h"
+#include "platform/internal/VNTreeWalk.h"
 
 // The state of one copy run, handed to every visit function. Built before the
 // walk and released after it; nothing of it stays in the copier.
@@ -45,13 +45,21 @@ struct vnudtc_context {
   std::uint64_t bytes = 0;          // st_size of the regular files finished
   std::uint64_t bytes_on_disk = 0;  // st_blocks * 512 of the same files
   std::uint64_t root_length = 0;    // byte length of the template root path
+  std::uint64_t target_length = 0;  // byte length of the target path
   std::optional<VNError> error;     // the error that ended the walk
 
+  // Folders holding descriptors: those of `folders` that do and those that
+  // tasks still out hold. Kept bounded, so that the run needs a bounded
+  // number of descriptors at any depth.
+  std::size_t held_folders = 0;
   // The folders the walk is in, by depth (index 0: the template root and
   // the target). Items below them are named relative to their parents, so
   // each lookup walks one path component instead of the whole path, and no
-  // folder above can be swapped for a link meanwhile.
+  // folder above can be swapped for a link meanwhile. Only the deepest keep
+  // their descriptors.
   std::vector<std::shared_ptr<VNCopyFolder>> folders;
+  // The target root, from which clones reach the first copy of a file.
+  VNUniqueFd target_root;
   // Per template device: whether its file system may hold compressed files.
   std::vector<std::pair<dev_t, bool>> compressing_devices;
 
@@ -73,17 +81,17 @@ struct vnudtc_context {
 
 // First visit of an entry: lays the item down as a symbolic link into the
 // template, a clone of an earlier name of the same file, or a copy.
-VN_EXTERN_C int vnudtc_visit_preorder(vnudtc_context* context, FTS* walk, FTSENT* entry,
+VN_EXTERN_C int vnudtc_visit_preorder(vnudtc_context* context, VNTreeWalk* walk, VNTreeEntry* entry,
                                       const char* destination);
 // Completing visit: carries the metadata over and counts the item, unless
 // the first visit already finished it.
-VN_EXTERN_C int vnudtc_visit_postorder(vnudtc_context* context, FTSENT* entry,
+VN_EXTERN_C int vnudtc_visit_postorder(vnudtc_context* context, VNTreeEntry* entry,
                                        const char* destination);
 // Carries the integrity flags, storage-tier flags and, where needed, the stat
 // fields of `entry` over to `destination`, which was laid down as
 // `laidDownKind` (FTS_SL for a symbolic link, FTS_F for a clone, else the
 // entry's own kind).
-VN_EXTERN_C int vnudtc_preserve_metadata(vnudtc_context* context, FTSENT* entry,
+VN_EXTERN_C int vnudtc_preserve_metadata(vnudtc_context* context, VNTreeEntry* entry,
                                          const char* destination, int laidDownKind);
 // Counts one finished item (with its bytes when `status` is a regular file
 // and `withoutBytes` is false) and sends progress.
@@ -91,7 +99,7 @@ VN_EXTERN_C void vnudtc_increment_progress(vnudtc_context* context, const struct
                                            bool withoutBytes);
 VN_EXTERN_C void vnudtc_send_progress(vnudtc_context* context);
 // Keeps the walk out of `entry`'s subtree and marks the entry done.
-VN_EXTERN_C int vnudtc_skip_entry(vnudtc_context* context, FTS* walk, FTSENT* entry);
+VN_EXTERN_C int vnudtc_skip_entry(vnudtc_context* context, VNTreeWalk* walk, VNTreeEntry* entry);
 // Finishes the items the workers have laid down so far, without waiting.
 // Returns 0, or the errno of the first that failed, whose destination then
 // is the context's error.

@@ -6,16 +6,46 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cerrno>
+#include <cstdint>
 
 #include "foundation/VNUniqueFd.h"
 
-int VNOpenFolderBeneath(int folderFd, const std::string& relative) {
+namespace {
+
+int openBeneath(int folderFd, std::string_view relative, int flags) {
   open_how how{};
-  how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  how.flags = static_cast<std::uint64_t>(flags | O_CLOEXEC);
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-  const char* path = relative.empty() ? "." : relative.c_str();
-  return static_cast<int>(::syscall(SYS_openat2, folderFd, path, &how, sizeof how));
+  const std::string path = relative.empty() ? std::string(".") : std::string(relative);
+  return static_cast<int>(::syscall(SYS_openat2, folderFd, path.c_str(), &how, sizeof how));
+}
+
+}  // namespace
+
+// A path longer than the kernel takes at once is opened a run of whole
+// components at a time, each run from the folder the one before reached.
+int VNOpenBeneath(int folderFd, std::string_view relative, int flags) {
+  VNUniqueFd held;
+  int at = folderFd;
+  while (relative.size() >= PATH_MAX) {
+    const std::size_t cut = relative.rfind('/', PATH_MAX - 1);
+    if (cut == std::string_view::npos || cut == 0) {
+      errno = ENAMETOOLONG;
+      return -1;
+    }
+    VNUniqueFd next(openBeneath(at, relative.substr(0, cut), O_PATH | O_DIRECTORY));
+    if (!next) return -1;
+    held = std::move(next);
+    at = held.get();
+    relative.remove_prefix(cut + 1);
+  }
+  return openBeneath(at, relative, flags);
+}
+
+int VNOpenFolderBeneath(int folderFd, const std::string& relative) {
+  return VNOpenBeneath(folderFd, relative, O_RDONLY | O_DIRECTORY);
 }
 
 int VNMoveFileBeneath(int fromFd, const std::string& fromFolder, int toFd, const std::string& toFolder,

@@ -1,12 +1,19 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 // Changes to files in folders below a held folder, each folder reached with
 // no symbolic link anywhere on the way and nothing leading out of the held
 // folder: a link planted on a users' volume never carries a change
 // elsewhere. Functions return 0 or an errno value (ELOOP when a folder on
 // the way is a symbolic link).
+
+// Opens the item `relative` below the folder `folderFd` with `flags` (one
+// of O_RDONLY and O_PATH, with O_DIRECTORY for a folder); `relative` may be
+// longer than PATH_MAX. Returns the descriptor, or -1 with errno set. "" is
+// the held folder itself.
+[[nodiscard]] int VNOpenBeneath(int folderFd, std::string_view relative, int flags);
 
 // Opens the folder `relative` below the folder `folderFd` for reading;
 // returns the descriptor, or -1 with errno set. "" is the held folder itself.
