@@ -18,8 +18,10 @@ if(_san)
 endif()
 
 # Fuzz builds instrument the whole library for coverage; the fuzz targets add
-# the libFuzzer driver themselves.
+# the libFuzzer driver themselves. Undefined behaviour ends the run, so that
+# the fuzzer keeps the input as a crash instead of printing and going on.
 if(VARNEL_BUILD_FUZZ)
-  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined
+                      -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
 endif()

@@ -13,15 +13,22 @@
 
 namespace {
 
-std::string& scratchPath() {
-  static std::string path = [] {
+// The file each input is written to, removed when the process exits.
+struct ScratchFile {
+  std::string path;
+  ScratchFile() {
     char templ[] = "/tmp/fuzz-bom-open.XXXXXX";
     int fd = ::mkstemp(templ);
     if (fd < 0) ::abort();
     ::close(fd);
-    return std::string(templ);
-  }();
-  return path;
+    path = templ;
+  }
+  ~ScratchFile() { ::unlink(path.c_str()); }
+};
+
+const std::string& scratchPath() {
+  static ScratchFile file;
+  return file.path;
 }
 
 [[noreturn]] void broken(const char* what, const std::string& path) {
