@@ -1,20 +1,8 @@
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <mutex>
-#include <thread>
-#include <vector>
-
-#include "platform/VNPlatformService.h"
 #include "platform/VNStorageUsage.h"
 #include "platform/VNSystemLog.h"
 #include "sizing/VNPathSizer.h"
-#include "support/VNLoopImage.h"
 #include "support/VNDeepTree.h"
-#include "support/VNLogCapture.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 
 namespace {
 
@@ -258,46 +246,28 @@ TEST(VNPathSizer, WalksFromManyThreadsTakeTurns) {
 }
 
 // A clone and its original count once on file systems that clone; a plain
-// copy counts on its own. The second walk skips all three shared names.
-TEST(VNPathSizer, ClonesCountOnce) {
+// copy, or a file deduplicated against another for part of its length only,
+// counts on its own. The second walk skips all three shared names.
+TEST(VNPathSizer, ClonesCountOnceAndPartlySharedFilesAsFiles) {
   for (auto kind : {VNLoopImage::Kind::XFS, VNLoopImage::Kind::Btrfs}) {
+    SCOPED_TRACE(VNLoopImage::name(kind));
     VN_MOUNT_OR_SKIP(image, kind, 300u << 20);
-    std::string original = *image / "original";
-    ASSERT_EQ(VNRunCommand("head -c 1048576 /dev/urandom > " + original), 0);
-    std::filesystem::create_directories(*image / "sub");
-    ASSERT_EQ(VNRunCommand("cp --reflink=always " + original + " " + *image / "clone"), 0);
-    ASSERT_EQ(VNRunCommand("cp --reflink=always " + original + " " + *image / "sub/clone"), 0);
-    ASSERT_EQ(VNRunCommand("cp --reflink=never " + original + " " + *image / "copy"), 0);
-    ASSERT_EQ(VNRunCommand("sync"), 0);
+    std::string original = *image / "original", partly = *image / "partly";
+    VNMakeFolders(*image / "sub");
+    ASSERT_EQ(VNRunCommand("head -c 1048576 /dev/urandom > " + original + " && cp --reflink=always " + original + " " +
+                           *image / "clone" + " && cp --reflink=always " + original + " " + *image / "sub/clone" +
+                           " && cp --reflink=never " + original + " " + *image / "copy" + " && (head -c 65536 " +
+                           original + "; head -c 983040 /dev/urandom) > " + partly + " && sync && xfs_io -c 'dedupe " +
+                           original + " 0 0 65536' " + partly + " >/dev/null && sync"),
+              0);
     auto sizer = VNPathSizer::init();
     std::uint64_t count = 0;
     std::uint64_t size = sizer->directorySizeAndCount(&count, url(image->mountPoint()));
-    EXPECT_EQ(count, 2u) << VNLoopImage::name(kind);
-    EXPECT_EQ(size, allocated(original) + allocated(*image / "copy")) << VNLoopImage::name(kind);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(size, allocated(original) + allocated(*image / "copy") + allocated(partly));
     size = sizer->directorySizeAndCount(&count, url(image->mountPoint()));
-    EXPECT_EQ(count, 1u) << VNLoopImage::name(kind);
-    EXPECT_EQ(size, allocated(*image / "copy")) << VNLoopImage::name(kind);
-  }
-}
-
-}  // namespace
-
-namespace {
-
-// Two files count once only when all their storage is the same storage: a
-// file deduplicated against another for part of its length is its own file.
-TEST(VNPathSizer, PartlySharedFilesCountAsFiles) {
-  for (auto kind : {VNLoopImage::Kind::XFS, VNLoopImage::Kind::Btrfs}) {
-    VN_MOUNT_OR_SKIP(image, kind, 300u << 20);
-    std::string a = *image / "a", b = *image / "b";
-    ASSERT_EQ(VNRunCommand("head -c 1048576 /dev/urandom > " + a), 0);
-    ASSERT_EQ(VNRunCommand("(head -c 65536 " + a + "; head -c 983040 /dev/urandom) > " + b), 0);
-    ASSERT_EQ(VNRunCommand("sync && xfs_io -c 'dedupe " + a + " 0 0 65536' " + b + " >/dev/null"), 0);
-    ASSERT_EQ(VNRunCommand("sync"), 0);
-    std::uint64_t count = 0;
-    std::uint64_t size = VNPathSizer::init()->directorySizeAndCount(&count, url(image->mountPoint()));
-    EXPECT_EQ(count, 2u) << VNLoopImage::name(kind);
-    EXPECT_EQ(size, allocated(a) + allocated(b)) << VNLoopImage::name(kind);
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(size, allocated(*image / "copy") + allocated(partly));
   }
 }
 

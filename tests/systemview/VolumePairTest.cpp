@@ -1,22 +1,12 @@
 // Volume pairs on real btrfs: the storage service, pairing, and the view of a
 // system on a pair.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
-#include <cstring>
-
-#include "foundation/VNError.h"
-#include "platform/VNPlatformService.h"
 #include "platform/VNStorageService.h"
 #include "platform/internal/VNVolumeAttributes.h"
-#include "support/VNLoopImage.h"
-#include "support/VNLogCapture.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 #include "systemview/VNSystem_FileManager_ROSV.h"
 #include "systemview/VNVolumePairing.h"
 
