@@ -62,7 +62,7 @@ class VolumePairTest : public ::testing::Test {
   std::string system_ = dir_ / "system", data_ = dir_ / "data", top_ = dir_ / "top";
 };
 
-TEST_F(VolumePairTest, PartnersAreFoundByGroupAndRoleInBothVocabularies) {
+TEST_F(VolumePairTest, PartnersAreFoundByGroupAndRoleInBothVocabulariesAndFromC) {
   VNStorageVolumeRef system = volumeAt(system_ + "/.");
   VNStorageVolumeRef data = volumeAt(data_);
   ASSERT_TRUE(system && data);
@@ -89,6 +89,16 @@ TEST_F(VolumePairTest, PartnersAreFoundByGroupAndRoleInBothVocabularies) {
     EXPECT_FALSE(getPairedVolumeWithRole(data, role)) << "never its own partner";
   }
   EXPECT_EQ(getPairedVolumeWithRole(data, "system-disk")->identifier, system->identifier);
+
+  // The same through the C functions.
+  char mount[4096];
+  int caseSensitive = 0;
+  EXPECT_EQ(vnTestPairFromC(system_.c_str(), "data-disk", mount, sizeof mount, &caseSensitive), 1);
+  EXPECT_EQ(mount, data_);
+  EXPECT_EQ(caseSensitive, 1);
+  EXPECT_EQ(vnTestPairFromC(data_.c_str(), "data", mount, sizeof mount, &caseSensitive), 0) << "never its own partner";
+  EXPECT_EQ(vnTestPairFromC((dir_ / "missing").c_str(), "data", mount, sizeof mount, &caseSensitive), -1);
+  EXPECT_EQ(getPairedVolumeWithRole(volumeAt(system_).get(), nullptr), nullptr);
 
   // A second pair of another group in the same file system, seen through a
   // mount of the top, and a snapshot of the data volume.
@@ -150,17 +160,6 @@ TEST_F(VolumePairTest, ViewOfAPairAnswersFromTheRightVolume) {
   VNStorageVolumeRef unmounted = getPairedVolumeWithRole(volumeAt(system_), "data");
   ASSERT_TRUE(unmounted) << "an unmounted partner is still found";
   EXPECT_FALSE(unmounted->mountPoint);
-}
-
-TEST_F(VolumePairTest, PairingIsCallableFromC) {
-  char mount[4096];
-  int caseSensitive = 0;
-  EXPECT_EQ(vnTestPairFromC(system_.c_str(), "data-disk", mount, sizeof mount, &caseSensitive), 1);
-  EXPECT_EQ(mount, data_);
-  EXPECT_EQ(caseSensitive, 1);
-  EXPECT_EQ(vnTestPairFromC(data_.c_str(), "data", mount, sizeof mount, &caseSensitive), 0) << "never its own partner";
-  EXPECT_EQ(vnTestPairFromC((dir_ / "missing").c_str(), "data", mount, sizeof mount, &caseSensitive), -1);
-  EXPECT_EQ(getPairedVolumeWithRole(volumeAt(system_).get(), nullptr), nullptr);
 }
 
 TEST(VolumeRoles, PathsOffBtrfsHaveNoRoleAndGarbageIsNoRole) {
