@@ -128,7 +128,8 @@ TEST_F(VolumePairTest, ViewOfAPairAnswersFromTheRightVolume) {
   ASSERT_NE(view, nullptr);
   EXPECT_TRUE(view->pointedAtMountedROSVVolume());
   EXPECT_FALSE(view->pointedAtDataVolume());
-  EXPECT_EQ(view->userContentRoot(), VNFileURL::fileURLWithPath(data_, true));
+  EXPECT_EQ(view->userContentRoot(), VNFolderURL(data_));
+  EXPECT_EQ(view->userHomeRoot(), VNFolderURL(system_ + "/Users")) << "the home root is below the system's root";
   bool exists = false;
   EXPECT_EQ(view->pathToRemoteFile(VNFileURL::fileURLWithPath("/Users"), &exists, true)->path(), data_ + "/Users");
   EXPECT_TRUE(exists);
