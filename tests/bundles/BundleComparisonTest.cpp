@@ -1,14 +1,8 @@
-#include <gtest/gtest.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "BundleTestSupport.h"
 #include "bundles/VNBundleInformation.h"
 #include "bundles/VNBundleVersionComparison.h"
 #include "foundation/VNFormat.h"
-#include "support/VNLogCapture.h"
-#include "support/VNLoopImage.h"
+#include "support/VNTest.h"
 
 namespace {
 
@@ -22,17 +16,6 @@ VNValue versionInfo(const char* shortVersion, bool fromStore) {
   return info;
 }
 
-bool exists(const std::string& path) {
-  struct stat item {};
-  return ::lstat(path.c_str(), &item) == 0;
-}
-
-std::vector<std::string> logLines(VNLogCapture& capture) {
-  std::vector<std::string> lines;
-  for (const auto& entry : capture.systemLog().entries()) lines.push_back(entry.text);
-  return lines;
-}
-
 TEST(BundleComparisonTest, LeftoverLosesAndIsRemovedWhileTheMarkerStays) {
   VNTestDir dir;
   VNLogCapture capture(dir / "migration.log");
@@ -40,14 +23,14 @@ TEST(BundleComparisonTest, LeftoverLosesAndIsRemovedWhileTheMarkerStays) {
   makeTestBundle(dir / "A.app", versionInfo("9.0", true));
   VNWriteTestFile(dir / "A.app/Contents/data", "x");
   VNWriteTestFile(dir / "A.app.incompleteMigration", "");
-  VNFileURL destination = VNFileURL::fileURLWithPath(dir / "A.app");
+  VNFileURL destination = VNURL(dir / "A.app");
   EXPECT_EQ(VNDecideBundleComparison(VNValue::dictionary(), VNValue::dictionary(), destination).reason,
             VNBundleComparisonReason::Leftover);
-  EXPECT_TRUE(exists(dir / "A.app"));
-  EXPECT_EQ(VN_compareBundleVersionsForPath(VNFileURL::fileURLWithPath(dir / "old.app"), destination), 1);
-  EXPECT_FALSE(exists(dir / "A.app"));
-  EXPECT_TRUE(exists(dir / "A.app.incompleteMigration"));
-  EXPECT_EQ(logLines(capture), std::vector<std::string>{VNFormat(
+  EXPECT_TRUE(VNExists(dir / "A.app"));
+  EXPECT_EQ(VN_compareBundleVersionsForPath(VNURL(dir / "old.app"), destination), 1);
+  EXPECT_FALSE(VNExists(dir / "A.app"));
+  EXPECT_TRUE(VNExists(dir / "A.app.incompleteMigration"));
+  EXPECT_EQ(capture.systemLog().texts(), std::vector<std::string>{VNFormat(
                                    "  *!!* The Bundle '%@' was left over from a previous migration.", destination)});
 }
 
@@ -60,20 +43,22 @@ TEST(BundleComparisonTest, LeftoverThatCannotBeRemovedStillLoses) {
   VNTestDir dir;
   VNLogCapture capture(dir / "migration.log");
   makeTestBundle(dir / "A.app", VNValue::dictionary());
-  ::mkdir((dir / "elsewhere").c_str(), 0755);
+  VNMakeFolders(dir / "elsewhere");
   VNWriteTestFile(dir / "A.app.incompleteMigration", "");
-  ASSERT_EQ(::mount((dir / "elsewhere").c_str(), (dir / "A.app/Contents").c_str(), nullptr, MS_BIND, nullptr), 0);
-  VNFileURL destination = VNFileURL::fileURLWithPath(dir / "A.app");
-  EXPECT_EQ(VN_compareBundleVersionsForSourceBundleInformation({}, {}, {}, destination), 1);
-  ::umount2((dir / "A.app/Contents").c_str(), MNT_DETACH);
-  std::vector<std::string> lines = logLines(capture);
+  VNFileURL destination = VNURL(dir / "A.app");
+  {
+    VNBindMount mount(dir / "elsewhere", dir / "A.app/Contents");
+    ASSERT_TRUE(mount.ok());
+    EXPECT_EQ(VN_compareBundleVersionsForSourceBundleInformation({}, {}, {}, destination), 1);
+  }
+  std::vector<std::string> lines = capture.systemLog().texts();
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(lines[1].rfind(VNFormat("  *!!* Failed to Remove %@: ", destination), 0), 0u) << lines[1];
-  EXPECT_TRUE(exists(dir / "A.app.incompleteMigration"));
+  EXPECT_TRUE(VNExists(dir / "A.app.incompleteMigration"));
 }
 
 TEST(BundleComparisonTest, StoreRuleThenVersions) {
-  VNFileURL nowhere = VNFileURL::fileURLWithPath("/nonexistent/B.app");
+  VNFileURL nowhere = VNURL("/nonexistent/B.app");
   struct Case {
     VNValue source, destination;
     std::int64_t order;
@@ -99,8 +84,8 @@ TEST(BundleComparisonTest, StoreRuleThenVersions) {
 }
 
 TEST(BundleComparisonTest, NoMarkerForTheRoot) {
-  EXPECT_FALSE(VNLeftoverMarkerURL(VNFileURL::fileURLWithPath("/")));
-  EXPECT_EQ(VNLeftoverMarkerURL(VNFileURL::fileURLWithPath("/a/B.app/", true))->path(), "/a/B.app.incompleteMigration");
+  EXPECT_FALSE(VNLeftoverMarkerURL(VNURL("/")));
+  EXPECT_EQ(VNLeftoverMarkerURL(VNFolderURL("/a/B.app/"))->path(), "/a/B.app.incompleteMigration");
 }
 
 }  // namespace

@@ -1,11 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "platform/VNComponentVersion.h"
+#include "support/VNTest.h"
 
 namespace {
 

@@ -1,14 +1,7 @@
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <memory>
-#include <thread>
 
 #include "common/VNLogging.h"
-#include "support/VNLogCapture.h"
+#include "support/VNTest.h"
 
 namespace {
 

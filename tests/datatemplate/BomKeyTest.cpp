@@ -1,8 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "datatemplate/internal/VNBomKey.h"
+#include "support/VNTest.h"
 
 using namespace std::string_literals;
 

@@ -1,15 +1,11 @@
 #include "BomTestSupport.h"
-
-#include <sys/wait.h>
-
-#include <cstdio>
+#include "support/VNTest.h"
 
 std::vector<std::string> walkPaths(BomStore* store, const char* start) {
   VNBomEntryPtr from(start ? bom_entry_at_path(store, start) : bom_root_entry(store));
   VNBomEnumeratorPtr walk(bom_enumerator_new(store, from.get()));
   std::vector<std::string> paths;
-  while (VNBomEntryPtr entry{bom_enumerator_next(walk.get())})
-    paths.emplace_back(bom_entry_path_name(entry.get()));
+  while (VNBomEntryPtr entry{bom_enumerator_next(walk.get())}) paths.emplace_back(bom_entry_path_name(entry.get()));
   return paths;
 }
 
@@ -23,16 +19,4 @@ VNBomEntryPtr makeEntry(BomEntryType type, const char* path, uint16_t mode) {
 BomEntryType typeAt(BomStore* store, const char* path) {
   VNBomEntryPtr entry(bom_entry_at_path(store, path));
   return entry ? bom_entry_type(entry.get()) : 0;
-}
-
-CommandResult runCommand(const std::string& command) {
-  CommandResult result;
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (!pipe) return result;
-  char buffer[4096];
-  size_t n;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) result.output.append(buffer, n);
-  int status = ::pclose(pipe);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return result;
 }

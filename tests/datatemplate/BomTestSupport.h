@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "datatemplate/VNBomStore.h"
+#include "support/VNTestDir.h"
 
 // Path names the walk from `start` (the root when null) returns, in order.
 std::vector<std::string> walkPaths(BomStore* store, const char* start = nullptr);
@@ -13,10 +14,3 @@ VNBomEntryPtr makeEntry(BomEntryType type, const char* path, uint16_t mode);
 
 // Type code of the entry at `path`, or 0 when there is none.
 BomEntryType typeAt(BomStore* store, const char* path);
-
-// Output and exit status of a shell command.
-struct CommandResult {
-  std::string output;
-  int status = -1;
-};
-CommandResult runCommand(const std::string& command);

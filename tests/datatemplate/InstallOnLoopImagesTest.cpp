@@ -1,23 +1,13 @@
 // Installations whose outcome depends on the file system: inode flags, file
 // capabilities and compression, on loop-mounted images.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <linux/fs.h>
-#include <sys/stat.h>
-
-#include <filesystem>
 
 #include "datatemplate/VNUDataTemplateUtilities.h"
-#include "support/VNFsMatchers.h"
-#include "support/VNLogCapture.h"
-#include "support/VNLoopImage.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-VNFileURL folder(const std::string& path) { return VNFileURL::fileURLWithPath(path, true); }
 
 std::string quoted(const std::string& path) { return "'" + path + "'"; }
 
@@ -26,15 +16,15 @@ std::string quoted(const std::string& path) { return "'" + path + "'"; }
 struct Volumes {
   Volumes(const std::string& systemRoot, const std::string& dataRoot)
       : system(systemRoot), data(dataRoot), tmpl(systemRoot + "/System/Library/Templates/Data") {
-    fs::create_directories(tmpl + "/Users/Shared");
-    fs::create_directories(tmpl + "/Library/Veltra/System/Library/Receipts");
-    fs::create_directories(data);
+    VNMakeFolders(tmpl + "/Users/Shared");
+    VNMakeFolders(tmpl + "/Library/Veltra/System/Library/Receipts");
+    VNMakeFolders(data);
   }
-
-  bool install(VNError* error) {
-    return VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(folder(system), folder(data), error);
+  void install() {
+    VNError error;
+    ASSERT_TRUE(VNUDataTemplateUtilities::copyDataTemplateWithSystemVolumePath(VNFolderURL(system), VNFolderURL(data), &error))
+        << error.description();
   }
-
   std::string system, data, tmpl;
 };
 
@@ -48,65 +38,42 @@ class InstallOnXfs : public ::testing::Test {
 
 // Immutable and append-only items of the template, and of what an earlier
 // run left in the temporary folder, stop no installation, the first or any
-// later one, and keep their flags where they are laid down.
-TEST_F(InstallOnXfs, LockedItemsInstallAgainAndAgain) {
+// later one, and keep their flags where they are laid down. A user's
+// immutable file at a template path, and an immutable folder of the user's
+// where the template has a file, are kept, flags and all. Forcing leaves a
+// file's capability, which Linux drops on any chown.
+TEST_F(InstallOnXfs, LockedItemsAndCapabilitiesInstallAgainAndAgain) {
   VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::XFS, 300u << 20);
   Volumes volumes(*image / "system", *image / "data");
   VNWriteTestFile(volumes.tmpl + "/Users/Shared/.lock", "l");
   VNWriteTestFile(volumes.tmpl + "/Users/Shared/journal", "j");
-  ASSERT_EQ(VNRunCommand("chattr +i " + quoted(volumes.tmpl + "/Users/Shared/.lock")), 0);
-  ASSERT_EQ(VNRunCommand("chattr +a " + quoted(volumes.tmpl + "/Users/Shared/journal")), 0);
-  ASSERT_EQ(VNRunCommand("chattr +i " + quoted(volumes.tmpl + "/Library")), 0);
-  fs::create_directories(volumes.data + "/.DTemplateInstantiation/left");
-  VNWriteTestFile(volumes.data + "/.DTemplateInstantiation/left/over", "o");
-  ASSERT_EQ(VNRunCommand("chattr +i " + quoted(volumes.data + "/.DTemplateInstantiation/left/over") + " " +
-                         quoted(volumes.data + "/.DTemplateInstantiation/left")), 0);
-  for (int run = 1; run <= 3; ++run) {
-    VNError error;
-    ASSERT_TRUE(volumes.install(&error)) << "run " << run << ": " << error.description();
-    EXPECT_FALSE(fs::exists(volumes.data + "/.DTemplateInstantiation")) << "run " << run;
-    EXPECT_THAT(volumes.data + "/Users/Shared/.lock", HasInodeFlags(FS_IMMUTABLE_FL)) << "run " << run;
-    EXPECT_THAT(volumes.data + "/Users/Shared/journal", HasInodeFlags(FS_APPEND_FL)) << "run " << run;
-    EXPECT_THAT(volumes.data + "/Library", HasInodeFlags(FS_IMMUTABLE_FL)) << "run " << run;
-  }
-  VNRunCommand("chattr -R -i -a " + quoted(image->mountPoint()) + " 2>/dev/null");
-}
-
-// A user's immutable file at a template path, and an immutable folder of the
-// user's where the template has a file, are kept, flags and all, and the
-// template's items take their places; the next installation succeeds too.
-TEST_F(InstallOnXfs, LockedUserItemsAreKeptAndReplaced) {
-  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::XFS, 300u << 20);
-  Volumes volumes(*image / "system", *image / "data");
   VNWriteTestFile(volumes.tmpl + "/Users/Shared/note", "template");
   VNWriteTestFile(volumes.tmpl + "/Users/Shared/board", "template");
-  fs::create_directories(volumes.data + "/Users/Shared/board");
+  VNWriteTestFile(volumes.tmpl + "/Users/Shared/pinger", "p", 0755);
   VNWriteTestFile(volumes.data + "/Users/Shared/note", "the user's note");
-  ASSERT_EQ(VNRunCommand("chattr +i " + quoted(volumes.data + "/Users/Shared/note") + " " +
-                         quoted(volumes.data + "/Users/Shared/board")), 0);
-  for (int run = 1; run <= 2; ++run) {
-    VNError error;
-    ASSERT_TRUE(volumes.install(&error)) << "run " << run << ": " << error.description();
-    EXPECT_EQ(VNReadTestFile(volumes.data + "/Users/Shared/note"), "template") << "run " << run;
-    EXPECT_EQ(VNReadTestFile(volumes.data + "/Users/Shared/board"), "template") << "run " << run;
+  VNMakeFolders(volumes.data + "/Users/Shared/board");
+  VNWriteTestFile(volumes.data + "/.DTemplateInstantiation/left/over", "o");
+  const std::string left = volumes.data + "/.DTemplateInstantiation/left";
+  ASSERT_EQ(VNRunCommand("setcap cap_net_raw+ep " + quoted(volumes.tmpl + "/Users/Shared/pinger")), 0);
+  ASSERT_EQ(VNRunCommand("chattr +i " + quoted(volumes.tmpl + "/Users/Shared/.lock") + " " + quoted(volumes.tmpl + "/Library") +
+                         " " + quoted(left + "/over") + " " + quoted(left) + " " + quoted(volumes.data + "/Users/Shared/note") +
+                         " " + quoted(volumes.data + "/Users/Shared/board")), 0);
+  ASSERT_EQ(VNRunCommand("chattr +a " + quoted(volumes.tmpl + "/Users/Shared/journal")), 0);
+  for (int run = 1; run <= 3; ++run) {
+    SCOPED_TRACE("run " + std::to_string(run));
+    volumes.install();
+    EXPECT_FALSE(fs::exists(volumes.data + "/.DTemplateInstantiation"));
+    EXPECT_THAT(volumes.data + "/Users/Shared/.lock", HasInodeFlags(FS_IMMUTABLE_FL));
+    EXPECT_THAT(volumes.data + "/Users/Shared/journal", HasInodeFlags(FS_APPEND_FL));
+    EXPECT_THAT(volumes.data + "/Library", HasInodeFlags(FS_IMMUTABLE_FL));
+    EXPECT_EQ(VNReadTestFile(volumes.data + "/Users/Shared/note"), "template");
+    EXPECT_EQ(VNReadTestFile(volumes.data + "/Users/Shared/board"), "template");
   }
   std::vector<fs::path> runs(fs::directory_iterator(volumes.data + "/.DTemplateReplacedItems"), {});
-  ASSERT_EQ(runs.size(), 1u) << "the second run replaced only the template's own items";
+  ASSERT_EQ(runs.size(), 1u) << "later runs replaced only the template's own items";
   EXPECT_EQ(VNReadTestFile(runs[0] / "Users/Shared/note"), "the user's note");
   EXPECT_THAT(runs[0] / "Users/Shared/note", HasInodeFlags(FS_IMMUTABLE_FL));
   EXPECT_THAT(runs[0] / "Users/Shared/board", HasInodeFlags(FS_IMMUTABLE_FL));
-  VNRunCommand("chattr -R -i -a " + quoted(image->mountPoint()) + " 2>/dev/null");
-}
-
-// Forcing sets owner, mode, times and flags; it leaves a file's capability,
-// which Linux drops on any chown, where the owner does not change.
-TEST_F(InstallOnXfs, ForcingKeepsFileCapabilities) {
-  VN_MOUNT_OR_SKIP(image, VNLoopImage::Kind::XFS, 300u << 20);
-  Volumes volumes(*image / "system", *image / "data");
-  VNWriteTestFile(volumes.tmpl + "/Users/Shared/pinger", "p", 0755);
-  ASSERT_EQ(VNRunCommand("setcap cap_net_raw+ep " + quoted(volumes.tmpl + "/Users/Shared/pinger")), 0);
-  VNError error;
-  ASSERT_TRUE(volumes.install(&error)) << error.description();
   std::string capability;
   ASSERT_EQ(VNRunCommand("getcap " + quoted(volumes.data + "/Users/Shared/pinger"), &capability), 0);
   EXPECT_THAT(capability, ::testing::HasSubstr("cap_net_raw"));
@@ -120,7 +87,6 @@ TEST_F(InstallOnXfs, CompressedTemplateFromBtrfs) {
   Volumes volumes(systemImage->mountPoint(), *dataImage / "data");
   VNWriteTestFile(volumes.tmpl + "/Users/Shared/packed", std::string(100000, 'z'));
   ASSERT_EQ(VNRunCommand("chattr +c " + quoted(volumes.tmpl + "/Users/Shared/packed")), 0);
-  VNError error;
-  ASSERT_TRUE(volumes.install(&error)) << error.description();
+  volumes.install();
   EXPECT_EQ(VNReadTestFile(volumes.data + "/Users/Shared/packed"), std::string(100000, 'z'));
 }

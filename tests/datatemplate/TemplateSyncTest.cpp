@@ -1,17 +1,10 @@
 // System version, template sync states and the tetherlink query of
 // VNUDataTemplateUtilities.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-
 #include "datatemplate/VNUDataTemplateCopier.h"
 #include "datatemplate/VNUDataTemplateUtilities.h"
 #include "datatemplate/VNUVersion.h"
-#include "platform/VNPlatformService.h"
 #include "platform/VNTetherlinkResolver.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 
 namespace {
 
@@ -31,11 +24,6 @@ std::string receiptFile(const char* version, const char* build) {
   return plist("<key>AdditionalInformation</key><dict>" + entry("SystemVersion", version) +
                entry("SystemBuild", build) + "</dict>");
 }
-void put(const std::string& path, const std::string& contents) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  VNWriteTestFile(path, contents);
-}
-VNFileURL folderURL(const std::string& path) { return VNFileURL::fileURLWithPath(path, /*isDirectory=*/true); }
 
 struct VersionCase {
   const char* productVersion;
@@ -50,8 +38,8 @@ TEST(SystemVersionTest, SplitsTheProductVersionIntoThreeNumbers) {
   };
   for (const VersionCase& c : cases) {
     VNTestDir dir;
-    put(dir / kVersionFile, versionFile(c.productVersion, "7Q1"));
-    auto version = VNUDataTemplateUtilities::systemVersionForMountPoint(folderURL(dir.path()));
+    VNWriteTestFile(dir / kVersionFile, versionFile(c.productVersion, "7Q1"));
+    auto version = VNUDataTemplateUtilities::systemVersionForMountPoint(VNFolderURL(dir.path()));
     ASSERT_TRUE(version) << c.productVersion;
     EXPECT_EQ(version->versionString(), c.productVersion);
     EXPECT_EQ(version->buildNumber(), "7Q1");
@@ -63,26 +51,25 @@ TEST(SystemVersionTest, SplitsTheProductVersionIntoThreeNumbers) {
 
 TEST(SystemVersionTest, GivesNullWithoutAReadableDictionaryAndEmptyFieldsForAbsentKeys) {
   VNTestDir dir;
+  auto version = [&] { return VNUDataTemplateUtilities::systemVersionForMountPoint(VNFolderURL(dir.path())); };
   EXPECT_FALSE(VNUDataTemplateUtilities::systemVersionForMountPoint(VNFileURL()));
-  EXPECT_FALSE(VNUDataTemplateUtilities::systemVersionForMountPoint(folderURL(dir.path())));
+  EXPECT_FALSE(version());
   std::string file = dir / kVersionFile;
   for (const char* contents : {"", "not a plist", "<plist><array/></plist>"}) {
-    put(file, contents);
-    EXPECT_FALSE(VNUDataTemplateUtilities::systemVersionForMountPoint(folderURL(dir.path()))) << contents;
+    VNWriteTestFile(file, contents);
+    EXPECT_FALSE(version()) << contents;
   }
   ASSERT_EQ(::truncate(file.c_str(), off_t{1} << 30), 0);  // sparse, beyond any property list we read
-  EXPECT_FALSE(VNUDataTemplateUtilities::systemVersionForMountPoint(folderURL(dir.path())));
+  EXPECT_FALSE(version());
   ::unlink(file.c_str());
-  ASSERT_EQ(::mkdir(file.c_str(), 0755), 0);
-  EXPECT_FALSE(VNUDataTemplateUtilities::systemVersionForMountPoint(folderURL(dir.path())));
+  VNMakeFolders(file);
+  EXPECT_FALSE(version());
   ::rmdir(file.c_str());
-
-  put(file, plist(entry("ProductName", "x")));
-  auto version = VNUDataTemplateUtilities::systemVersionForMountPoint(folderURL(dir.path()));
-  ASSERT_TRUE(version);
-  EXPECT_FALSE(version->versionString());
-  EXPECT_FALSE(version->buildNumber());
-  EXPECT_EQ(version->versionMajor() + version->versionMinor() + version->versionPatch(), 0);
+  VNWriteTestFile(file, plist(entry("ProductName", "x")));
+  ASSERT_TRUE(version());
+  EXPECT_FALSE(version()->versionString());
+  EXPECT_FALSE(version()->buildNumber());
+  EXPECT_EQ(version()->versionMajor() + version()->versionMinor() + version()->versionPatch(), 0);
 }
 
 struct SyncCase {
@@ -113,9 +100,9 @@ TEST(TemplateSyncTest, ReportsTheFourStatesCheckingTheVersionFileFirst) {
   };
   for (const SyncCase& c : cases) {
     VNTestDir system, data;
-    if (c.version) put(system / kVersionFile, *c.version);
-    if (c.receipt) put(data / kReceipt, *c.receipt);
-    EXPECT_EQ(VNUDataTemplateUtilities::determineTemplateSyncBetween(folderURL(system.path()), folderURL(data.path())),
+    if (c.version) VNWriteTestFile(system / kVersionFile, *c.version);
+    if (c.receipt) VNWriteTestFile(data / kReceipt, *c.receipt);
+    EXPECT_EQ(VNUDataTemplateUtilities::determineTemplateSyncBetween(VNFolderURL(system.path()), VNFolderURL(data.path())),
               c.expected)
         << c.name;
   }
@@ -123,14 +110,13 @@ TEST(TemplateSyncTest, ReportsTheFourStatesCheckingTheVersionFileFirst) {
 
 TEST(TemplateSyncTest, ReadsBothFilesFromTheSystemRootWithoutADataRoot) {
   VNTestDir system;
-  put(system / kVersionFile, versionFile("3.1", "3A1"));
-  put(system / kReceipt, receiptFile("3.1", "3A1"));
-  EXPECT_EQ(VNUDataTemplateUtilities::determineTemplateSyncBetween(folderURL(system.path()), VNFileURL()),
+  VNWriteTestFile(system / kVersionFile, versionFile("3.1", "3A1"));
+  VNWriteTestFile(system / kReceipt, receiptFile("3.1", "3A1"));
+  EXPECT_EQ(VNUDataTemplateUtilities::determineTemplateSyncBetween(VNFolderURL(system.path()), VNFileURL()),
             VNUTemplateSyncStateInSync);
-  std::string receiptFolder = system / kReceipt;
-  ::unlink(receiptFolder.c_str());
-  ASSERT_EQ(::mkdir(receiptFolder.c_str(), 0755), 0);
-  EXPECT_EQ(VNUDataTemplateUtilities::determineTemplateSyncBetween(folderURL(system.path()), VNFileURL()),
+  ::unlink((system / kReceipt).c_str());
+  VNMakeFolders(system / kReceipt);
+  EXPECT_EQ(VNUDataTemplateUtilities::determineTemplateSyncBetween(VNFolderURL(system.path()), VNFileURL()),
             VNUTemplateSyncStateNoTemplateReceipt);
 }
 
@@ -163,7 +149,7 @@ TEST(TetherlinkManifestTest, DrivesTheResolverAndKeepsEveryMappingByteForByte) {
   resolver->mappings = {{"/Users", "Users"}, {"/caf\xc3\xa9", "bad\xff\xfe"}, {"/Users", "Users"}};
   VNPlatformOverride<VNTetherlinkResolver> override(resolver);
   VNError error(VNPOSIXErrorDomain, 77);
-  VNValue::Array live = VNUDataTemplateUtilities::parseTetherlinkManifestForVolume(folderURL("/vol"), &error);
+  VNValue::Array live = VNUDataTemplateUtilities::parseTetherlinkManifestForVolume(VNFolderURL("/vol"), &error);
   EXPECT_EQ(resolver->calls, (std::vector<std::string>{"open /vol 0 0", "open /vol 1 0", "group 5", "add 0", "add 1",
                                                        "iterate 1"}));
   ASSERT_EQ(live.size(), 3u);
@@ -174,7 +160,7 @@ TEST(TetherlinkManifestTest, DrivesTheResolverAndKeepsEveryMappingByteForByte) {
 
   resolver->calls.clear();
   resolver->mappings.clear();
-  EXPECT_TRUE(VNUDataTemplateUtilities::parseTetherlinkManifestForVolume(folderURL("/vol"), false).empty());
+  EXPECT_TRUE(VNUDataTemplateUtilities::parseTetherlinkManifestForVolume(VNFolderURL("/vol"), false).empty());
   EXPECT_EQ(resolver->calls[2], "group 4");
 }
 

@@ -1,26 +1,22 @@
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <future>
 #include <stdexcept>
-#include <thread>
-#include <vector>
 
 #include "foundation/VNQueue.h"
+#include "support/VNTest.h"
 
 namespace {
 
 const int kKey = 0;  // only its address matters
 
-// Sync jobs wait for every async job queued before them, and async jobs run in
-// order on one thread that is not the caller's.
+// Sync jobs wait for every async job queued before them and run on the
+// caller's thread; async jobs run in order on one thread of the queue's.
 TEST(VNQueue, KeepsOrderAcrossAsyncAndSync) {
   auto queue = VNQueue::create("org.varnel.test.order");
   std::vector<int> seen;  // touched only inside jobs: the queue serialises them
-  std::thread::id workerThread;
+  std::thread::id workerThread, syncThread;
   for (int round = 0; round < 50; ++round) {
     for (int i = 0; i < 20; ++i)
-      queue->async([&seen, &workerThread, value = round * 20 + i] {
+      queue->async([&, value = round * 20 + i] {
         workerThread = std::this_thread::get_id();
         seen.push_back(value);
       });
@@ -29,7 +25,6 @@ TEST(VNQueue, KeepsOrderAcrossAsyncAndSync) {
       for (size_t i = 0; i < seen.size(); ++i) ASSERT_EQ(seen[i], int(i));
     });
   }
-  std::thread::id syncThread;
   queue->sync([&] { syncThread = std::this_thread::get_id(); });
   EXPECT_EQ(syncThread, std::this_thread::get_id());
   EXPECT_NE(workerThread, std::this_thread::get_id());
@@ -59,16 +54,15 @@ TEST(VNQueue, SerialisesSyncFromManyThreads) {
   EXPECT_FALSE(overlapped);
 }
 
-TEST(VNQueue, SyncExceptionReachesCallerAndFreesQueue) {
-  auto queue = VNQueue::create("org.varnel.test.throw");
-  EXPECT_THROW(queue->sync([] { throw std::runtime_error("job failed"); }), std::runtime_error);
+// A sync job's exception reaches the caller and frees the queue; dropping
+// the last handle keeps queued jobs, which still run in order.
+TEST(VNQueue, ExceptionsAndReleaseLeaveTheQueueWorking) {
+  auto thrower = VNQueue::create("org.varnel.test.throw");
+  EXPECT_THROW(thrower->sync([] { throw std::runtime_error("job failed"); }), std::runtime_error);
   bool ran = false;
-  queue->sync([&] { ran = true; });
+  thrower->sync([&] { ran = true; });
   EXPECT_TRUE(ran);
-}
 
-// Dropping the last handle keeps queued jobs: they still run, in order.
-TEST(VNQueue, ReleasedQueueFinishesPendingJobs) {
   std::promise<std::vector<int>> result;
   {
     auto queue = VNQueue::create("org.varnel.test.release");
@@ -82,6 +76,8 @@ TEST(VNQueue, ReleasedQueueFinishesPendingJobs) {
   for (int i = 0; i < 100; ++i) EXPECT_EQ(seen[i], i);
 }
 
+// The nearest queue with a value wins, through its targets; inside a job of
+// another queue synced from a job, only that queue counts until it returns.
 TEST(VNQueue, SpecificValuesComeFromTheCurrentQueueThenItsTargets) {
   int rootValue = 1, childValue = 2, otherValue = 3;
   auto root = VNQueue::create("org.varnel.test.root");
@@ -90,16 +86,12 @@ TEST(VNQueue, SpecificValuesComeFromTheCurrentQueueThenItsTargets) {
   auto other = VNQueue::create("org.varnel.test.other");
   root->setSpecific(&kKey, &rootValue);
   other->setSpecific(&kKey, &otherValue);
-
   void* seen = nullptr;
   child->sync([&] { seen = VNQueue::getSpecific(&kKey); });
   EXPECT_EQ(seen, &rootValue) << "found through two targets";
-
   child->setSpecific(&kKey, &childValue);
   child->sync([&] { seen = VNQueue::getSpecific(&kKey); });
-  EXPECT_EQ(seen, &childValue) << "the nearest queue wins";
-
-  // Inside a job of `other` synced from a job of `child`, only `other` counts.
+  EXPECT_EQ(seen, &childValue);
   child->sync([&] { other->sync([&] { seen = VNQueue::getSpecific(&kKey); }); });
   EXPECT_EQ(seen, &otherValue);
   child->sync([&] {
@@ -107,43 +99,16 @@ TEST(VNQueue, SpecificValuesComeFromTheCurrentQueueThenItsTargets) {
     seen = VNQueue::getSpecific(&kKey);
   });
   EXPECT_EQ(seen, &childValue) << "leaving the inner job restores the outer queue";
-
   child->setSpecific(&kKey, nullptr);
   std::promise<void*> fromWorker;
   child->async([&] { fromWorker.set_value(VNQueue::getSpecific(&kKey)); });
   EXPECT_EQ(fromWorker.get_future().get(), &rootValue) << "removed: the target shows again";
-
-  void* outside = &otherValue;
-  std::thread([&] { outside = VNQueue::getSpecific(&kKey); }).join();
-  EXPECT_EQ(outside, nullptr) << "a plain thread is on no queue";
+  std::thread([&] { seen = VNQueue::getSpecific(&kKey); }).join();
+  EXPECT_EQ(seen, nullptr) << "a plain thread is on no queue";
 }
 
-// gtest runs tests on the process's main thread.
-TEST(VNQueue, MainQueueIsRecognisedOnTheMainThreadOutsideOtherJobs) {
-  int marker = 0;
-  auto main = VNQueue::main();
-  EXPECT_EQ(main, VNQueue::main());
-  EXPECT_NE(VNQueue::globalBackground(), main);
-  main->setSpecific(&kKey, &marker);
-
-  EXPECT_EQ(VNQueue::getSpecific(&kKey), &marker);
-  auto plain = VNQueue::create("org.varnel.test.plain");
-  void* seen = &marker;
-  plain->sync([&] { seen = VNQueue::getSpecific(&kKey); });
-  EXPECT_EQ(seen, nullptr) << "inside another queue's job on the main thread";
-  auto targeting = VNQueue::create("org.varnel.test.targets-main", main);
-  std::promise<void*> fromWorker;
-  targeting->async([&] { fromWorker.set_value(VNQueue::getSpecific(&kKey)); });
-  EXPECT_EQ(fromWorker.get_future().get(), &marker) << "a queue targeting main counts as on it";
-  std::promise<void*> fromBackground;
-  VNQueue::globalBackground()->async(
-      [&] { fromBackground.set_value(VNQueue::getSpecific(&kKey)); });
-  EXPECT_EQ(fromBackground.get_future().get(), nullptr);
-  main->setSpecific(&kKey, nullptr);
-}
-
-// Jobs on the main queue wait for drainMain and run on the main thread; a sync
-// from another thread is one of them.
+// Jobs on the main queue wait for drainMain and run on the main thread (gtest
+// runs tests there); a sync from another thread is one of them.
 TEST(VNQueue, MainQueueJobsRunWhenTheMainThreadDrains) {
   auto main = VNQueue::main();
   EXPECT_EQ(VNQueue::drainMain(), 0u);
@@ -157,7 +122,6 @@ TEST(VNQueue, MainQueueJobsRunWhenTheMainThreadDrains) {
   EXPECT_TRUE(order.empty());
   EXPECT_EQ(VNQueue::drainMain(), 3u);
   EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
-
   std::thread::id ranOn;
   std::atomic<bool> finished{false};
   std::thread caller([&] {
@@ -177,8 +141,7 @@ TEST_F(VNQueueDeathTest, SyncThatWouldDeadlockAborts) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   auto outer = VNQueue::create("org.varnel.test.outer");
   auto inner = VNQueue::create("org.varnel.test.inner");
-  EXPECT_DEATH(outer->sync([&] { inner->sync([&] { outer->sync([] {}); }); }),
-               "already inside.*org.varnel.test.outer");
+  EXPECT_DEATH(outer->sync([&] { inner->sync([&] { outer->sync([] {}); }); }), "already inside.*org.varnel.test.outer");
   EXPECT_DEATH(VNQueue::main()->sync([] {}), "main queue from the main thread");
   EXPECT_DEATH(std::thread([] { VNQueue::drainMain(); }).join(), "off the main thread");
 }

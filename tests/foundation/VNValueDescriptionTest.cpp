@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 
 #include "foundation/VNValue.h"
+#include "support/VNTest.h"
 
 TEST(VNValueDescription, NestedValuesIndentFourSpacesPerLevel) {
   VNValue inner = VNValue::dictionary();
@@ -33,20 +32,22 @@ TEST(VNValueDescription, NestedValuesIndentFourSpacesPerLevel) {
             "}");
 }
 
-TEST(VNValueDescription, ScalarsAtTheTopStandAlone) {
-  EXPECT_EQ(VNValue("two words").description(), "two words") << "a string is its own text";
-  EXPECT_EQ(VNValue().description(), "(null)");
-  EXPECT_EQ(VNValue(false).description(), "0");
-  EXPECT_EQ(VNValue(std::numeric_limits<std::int64_t>::min()).description(), "-9223372036854775808");
-  EXPECT_EQ(VNValue(0.25).description(), "0.25");
-  EXPECT_EQ(VNValue(VNValue::Date{0}).description(), "2001-01-01 00:00:00 +0000");
-  EXPECT_EQ(VNValue(VNValue::Data{}).description(), "{length = 0, bytes = 0x}");
-  EXPECT_EQ(VNValue::dictionary().description(), "{\n}");
-}
-
-TEST(VNValueDescription, QuotesEscapeWhatWouldBreakTheText) {
-  VNValue list(VNValue::Array{VNValue("say \"hi\"\\now"), VNValue("line\nbreak"), VNValue("é")});
-  EXPECT_EQ(list.description(), "(\n    \"say \\\"hi\\\"\\\\now\",\n    \"line\\nbreak\",\n    é\n)");
+// Scalars at the top stand alone (a string is its own text); strings in a
+// container are quoted when they would break the text.
+TEST(VNValueDescription, ScalarsAndQuoting) {
+  const std::pair<VNValue, const char*> cases[] = {
+      {VNValue("two words"), "two words"},
+      {VNValue(), "(null)"},
+      {VNValue(false), "0"},
+      {VNValue(std::numeric_limits<std::int64_t>::min()), "-9223372036854775808"},
+      {VNValue(0.25), "0.25"},
+      {VNValue(VNValue::Date{0}), "2001-01-01 00:00:00 +0000"},
+      {VNValue(VNValue::Data{}), "{length = 0, bytes = 0x}"},
+      {VNValue::dictionary(), "{\n}"},
+      {VNValue(VNValue::Array{VNValue("say \"hi\"\\now"), VNValue("line\nbreak"), VNValue("é")}),
+       "(\n    \"say \\\"hi\\\"\\\\now\",\n    \"line\\nbreak\",\n    é\n)"},
+  };
+  for (const auto& [value, text] : cases) EXPECT_EQ(value.description(), text);
 }
 
 TEST(VNValueDescription, JSONEscapesAndRendersEveryKind) {

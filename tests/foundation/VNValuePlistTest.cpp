@@ -1,87 +1,72 @@
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <cmath>
-#include <cstdint>
 #include <limits>
-#include <random>
-#include <string>
-#include <vector>
 
-#include "foundation/VNError.h"
 #include "foundation/VNValue.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 
 namespace {
 
 using Format = VNValue::Format;
-
-std::span<const std::uint8_t> asBytes(const std::string& s) {
-  return {reinterpret_cast<const std::uint8_t*>(s.data()), s.size()};
-}
+using Array = VNValue::Array;
 
 std::optional<VNValue> parse(const std::string& bytes, VNError* error = nullptr) {
-  return VNValue::fromPropertyList(asBytes(bytes), error, "memory");
+  return VNValue::fromPropertyList({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()}, error,
+                                   "memory");
 }
 
+VNValue date(double seconds) { return VNValue(VNValue::Date{seconds}); }
+
 // Every kind, nested, with the awkward values of each. XML holds dates to
-// the whole second, so the XML sample uses whole-second dates.
+// the whole second, so its sample has whole-second dates only.
 VNValue sample(bool wholeSecondDates) {
   VNValue::Data allBytes;
   for (int i = 0; i < 256; ++i) allBytes.push_back(static_cast<std::uint8_t>(i));
-  auto date = [&](double seconds) { return VNValue(VNValue::Date{seconds}); };
-  VNValue::Array dates = {date(0), date(-86400.0 * 365 * 300), date(86400.0 * 365 * 200)};
-  if (!wholeSecondDates) {
-    dates.push_back(date(-0.5));
-    dates.push_back(date(12.125));
-    dates.push_back(date(700000000.000001));
-    dates.push_back(date(-1e10 - 0.75));
-  }
+  Array dates = {date(0), date(-86400.0 * 365 * 300), date(86400.0 * 365 * 200)};
+  if (!wholeSecondDates)
+    for (double seconds : {-0.5, 12.125, 700000000.000001, -1e10 - 0.75}) dates.push_back(date(seconds));
   VNValue inner = VNValue::dictionary();
   inner.set("ünïcødé kéy", VNValue("värde 日本語 🙂"));
   inner.set("", VNValue("empty key"));
-  inner.set("deeper", VNValue(VNValue::Array{VNValue::array(), VNValue::dictionary(),
-                                              VNValue(VNValue::Array{VNValue(1), VNValue(2)})}));
+  inner.set("deeper", VNValue(Array{VNValue::array(), VNValue::dictionary(), VNValue(Array{VNValue(1), VNValue(2)})}));
   VNValue root = VNValue::dictionary();
-  root.set("booleans", VNValue(VNValue::Array{VNValue(true), VNValue(false)}));
-  root.set("integers", VNValue(VNValue::Array{
-                           VNValue(0), VNValue(-1), VNValue(255), VNValue(-129),
-                           VNValue(std::int64_t{1} << 40),
-                           VNValue(std::numeric_limits<std::int64_t>::max()),
-                           VNValue(std::numeric_limits<std::int64_t>::min())}));
-  root.set("reals", VNValue(VNValue::Array{VNValue(0.1), VNValue(-2.5), VNValue(1e300),
-                                           VNValue(4.9e-324), VNValue(0.0)}));
-  root.set("strings", VNValue(VNValue::Array{VNValue(""), VNValue("plain"),
-                                             VNValue("<tag> & \"quotes\" 'apos'"),
-                                             VNValue("tab\tnew\nline"), VNValue("Grüße, 世界")}));
+  root.set("booleans", VNValue(Array{VNValue(true), VNValue(false)}));
+  root.set("integers", VNValue(Array{VNValue(0), VNValue(-1), VNValue(255), VNValue(-129), VNValue(std::int64_t{1} << 40),
+                                     VNValue(std::numeric_limits<std::int64_t>::max()),
+                                     VNValue(std::numeric_limits<std::int64_t>::min())}));
+  root.set("reals", VNValue(Array{VNValue(0.1), VNValue(-2.5), VNValue(1e300), VNValue(4.9e-324), VNValue(0.0)}));
+  root.set("strings", VNValue(Array{VNValue(""), VNValue("plain"), VNValue("<tag> & \"quotes\" 'apos'"),
+                                    VNValue("tab\tnew\nline"), VNValue("Grüße, 世界")}));
   root.set("dates", VNValue(std::move(dates)));
-  root.set("data", VNValue(VNValue::Array{VNValue(VNValue::Data{}), VNValue(allBytes)}));
+  root.set("data", VNValue(Array{VNValue(VNValue::Data{}), VNValue(allBytes)}));
   root.set("emptyArray", VNValue::array());
   root.set("emptyDictionary", VNValue::dictionary());
   root.set("nested", inner);
   return root;
 }
 
+std::string xml(const std::string& body) { return "<?xml version=\"1.0\"?><plist version=\"1.0\">" + body + "</plist>"; }
+
 std::string nestedXML(int depth) {
-  std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">";
-  for (int i = 0; i < depth; ++i) xml += "<array>";
-  for (int i = 0; i < depth; ++i) xml += "</array>";
-  return xml + "</plist>\n";
+  std::string arrays;
+  for (int i = 0; i < depth; ++i) arrays += "<array>";
+  for (int i = 0; i < depth; ++i) arrays += "</array>";
+  return xml(arrays);
 }
 
 void appendBigEndian(std::string& out, std::uint64_t value, int width) {
   for (int i = width - 1; i >= 0; --i) out += static_cast<char>((value >> (8 * i)) & 0xFF);
 }
 
-// A binary list of `depth` arrays each holding the next one. With `cycle`,
-// the innermost array refers back to the top one.
-std::string nestedBinary(std::uint32_t depth, bool cycle = false) {
+// A binary list of `levels` arrays, each listing the next one `fanOut`
+// times, around an empty array; with `cycle` the innermost array lists the
+// top one instead.
+std::string nestedBinary(std::uint32_t levels, int fanOut = 1, bool cycle = false) {
   std::string out = "bplist00";
   std::vector<std::uint64_t> offsets;
-  for (std::uint32_t i = 0; i < depth; ++i) {
+  for (std::uint32_t i = 0; i < levels; ++i) {
     offsets.push_back(out.size());
-    out += '\xA1';
-    appendBigEndian(out, i + 1 < depth || !cycle ? i + 1 : 0, 4);
+    out += static_cast<char>(0xA0 | fanOut);
+    for (int n = 0; n < fanOut; ++n) appendBigEndian(out, i + 1 < levels || !cycle ? i + 1 : 0, 4);
   }
   if (!cycle) {
     offsets.push_back(out.size());
@@ -89,13 +74,17 @@ std::string nestedBinary(std::uint32_t depth, bool cycle = false) {
   }
   std::uint64_t table = out.size();
   for (auto offset : offsets) appendBigEndian(out, offset, 4);
-  out += std::string(6, '\0');
-  out += '\x04';
-  out += '\x04';
+  out += std::string(6, '\0') + "\x04\x04";
   appendBigEndian(out, offsets.size(), 8);
   appendBigEndian(out, 0, 8);
   appendBigEndian(out, table, 8);
   return out;
+}
+
+size_t leafCount(const VNValue& value) {
+  size_t leaves = 0;
+  for (const auto& item : *value.asArray()) leaves += leafCount(item);
+  return std::max<size_t>(leaves, 1);
 }
 
 void expectInvalid(const std::string& bytes, const std::string& what) {
@@ -107,243 +96,121 @@ void expectInvalid(const std::string& bytes, const std::string& what) {
 
 }  // namespace
 
-TEST(VNValuePlist, EveryKindRoundTripsThroughBinaryExactly) {
-  VNValue value = sample(/*wholeSecondDates=*/false);
-  VNError error;
-  auto bytes = value.propertyListData(Format::Binary, &error);
-  ASSERT_TRUE(bytes) << error.description();
-  EXPECT_EQ(bytes->substr(0, 8), "bplist00");
-  auto read = parse(*bytes, &error);
-  ASSERT_TRUE(read) << error.description();
-  EXPECT_EQ(*read, value) << read->description();
-}
-
-TEST(VNValuePlist, EveryKindRoundTripsThroughXML) {
-  VNValue value = sample(/*wholeSecondDates=*/true);
-  VNError error;
-  auto bytes = value.propertyListData(Format::XML, &error);
-  ASSERT_TRUE(bytes) << error.description();
-  EXPECT_NE(bytes->find("<plist"), std::string::npos);
-  auto read = parse(*bytes, &error);
-  ASSERT_TRUE(read) << error.description() << "\n" << *bytes;
-  EXPECT_EQ(*read, value) << *bytes;
-}
-
-TEST(VNValuePlist, DatesKeepTheirSignAndFractionInBinaryAndWholeSecondsInXML) {
-  for (double seconds : {-0.5, -1.25, 0.75, 12.000001, -3e9, 3e9}) {
-    VNValue value(VNValue::Date{seconds});
-    auto binary = parse(*value.propertyListData(Format::Binary));
-    ASSERT_TRUE(binary);
-    EXPECT_EQ(binary->asDate()->sinceReferenceDate, seconds);
-    auto xml = parse(*value.propertyListData(Format::XML));
-    ASSERT_TRUE(xml);
-    EXPECT_EQ(xml->asDate()->sinceReferenceDate, std::trunc(seconds)) << seconds;
+TEST(VNValuePlist, EveryKindRoundTripsThroughBothFormats) {
+  for (auto [format, magic] : {std::pair{Format::Binary, "bplist00"}, {Format::XML, "<?xml"}}) {
+    VNValue value = sample(/*wholeSecondDates=*/format == Format::XML);
+    VNError error;
+    auto bytes = value.propertyListData(format, &error);
+    ASSERT_TRUE(bytes) << error.description();
+    EXPECT_EQ(bytes->rfind(magic, 0), 0u);
+    auto read = parse(*bytes, &error);
+    ASSERT_TRUE(read) << error.description() << "\n" << *bytes;
+    EXPECT_EQ(*read, value) << *bytes;
   }
-  auto unixEpoch = VNValue::Date::fromUnixTime(0);
-  EXPECT_EQ(unixEpoch.sinceReferenceDate, -978307200.0);
-  EXPECT_EQ(unixEpoch.unixTime(), 0.0);
 }
 
-TEST(VNValuePlist, XMLCarriesDatesOfFourDigitYearsOnly) {
-  const double firstXML = -63113904000.0;  // 0001-01-01T00:00:00Z
-  const double lastXML = 252423993599.0;   // 9999-12-31T23:59:59Z
-  for (double seconds : {firstXML, lastXML}) {
-    auto read = parse(*VNValue(VNValue::Date{seconds}).propertyListData(Format::XML));
-    ASSERT_TRUE(read) << seconds;
-    EXPECT_EQ(read->asDate()->sinceReferenceDate, seconds);
+// Binary keeps any finite date exactly; XML keeps whole seconds toward zero
+// and only within the years 1 to 9999; neither writes NaN or infinity.
+TEST(VNValuePlist, DatesInEachFormat) {
+  const double firstXML = -63113904000.0, lastXML = 252423993599.0;  // 0001-01-01, 9999-12-31T23:59:59
+  for (double seconds : {-0.5, -1.25, 0.75, 12.000001, -3e9, 3e9, firstXML, lastXML}) {
+    VNValue value = date(seconds);
+    EXPECT_EQ(parse(*value.propertyListData(Format::Binary))->asDate()->sinceReferenceDate, seconds);
+    EXPECT_EQ(parse(*value.propertyListData(Format::XML))->asDate()->sinceReferenceDate, std::trunc(seconds));
   }
   for (double seconds : {firstXML - 1, lastXML + 1, -1.2e14}) {
-    VNValue value(VNValue::Array{VNValue(VNValue::Date{seconds})});
+    VNValue value(Array{date(seconds)});
     VNError error;
     EXPECT_FALSE(value.propertyListData(Format::XML, &error)) << seconds;
     EXPECT_TRUE(error.isPOSIX(EINVAL));
-    auto binary = parse(*value.propertyListData(Format::Binary));
-    ASSERT_TRUE(binary) << "binary lists carry any finite date";
-    EXPECT_EQ(*binary, value);
+    EXPECT_EQ(*parse(*value.propertyListData(Format::Binary)), value);
   }
-  for (double odd : {std::nan(""), HUGE_VAL}) {
-    EXPECT_FALSE(VNValue(VNValue::Date{odd}).propertyListData(Format::Binary));
-    EXPECT_FALSE(VNValue(VNValue::Date{odd}).propertyListData(Format::XML));
-  }
+  for (double odd : {std::nan(""), HUGE_VAL})
+    for (auto format : {Format::Binary, Format::XML}) EXPECT_FALSE(date(odd).propertyListData(format));
+  EXPECT_EQ(VNValue::Date::fromUnixTime(0).sinceReferenceDate, -978307200.0);
+  EXPECT_EQ(VNValue::Date::fromUnixTime(0).unixTime(), 0.0);
 }
 
 TEST(VNValuePlist, IntegersBeyondTheSignedRangeAreRefused) {
-  auto xml = [](const char* number) {
-    return std::string("<?xml version=\"1.0\"?><plist version=\"1.0\"><integer>") + number +
-           "</integer></plist>";
-  };
-  auto smallest = parse(xml("-9223372036854775808"));
-  ASSERT_TRUE(smallest);
-  EXPECT_EQ(smallest->asInteger(), std::numeric_limits<std::int64_t>::min());
-  auto largest = parse(xml("9223372036854775807"));
-  ASSERT_TRUE(largest);
-  EXPECT_EQ(largest->asInteger(), std::numeric_limits<std::int64_t>::max());
-  expectInvalid(xml("9223372036854775808"), "2^63");
-  expectInvalid(xml("18446744073709551615"), "2^64-1");
+  EXPECT_EQ(parse(xml("<integer>-9223372036854775808</integer>"))->asInteger(), std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(parse(xml("<integer>9223372036854775807</integer>"))->asInteger(), std::numeric_limits<std::int64_t>::max());
+  expectInvalid(xml("<integer>9223372036854775808</integer>"), "2^63");
+  expectInvalid(xml("<integer>18446744073709551615</integer>"), "2^64-1");
 }
 
-TEST(VNValuePlist, NullValuesAndTooDeepValuesCannotBeWritten) {
-  VNError error;
-  EXPECT_FALSE(VNValue().propertyListData(Format::XML, &error));
-  EXPECT_TRUE(error.isPOSIX(EINVAL));
-  VNValue withNull(VNValue::Array{VNValue(1), VNValue()});
-  EXPECT_FALSE(withNull.propertyListData(Format::Binary));
-
+// Null values, values nested too deep, and text that is not UTF-8 (or
+// holds a NUL) are not written.
+TEST(VNValuePlist, WhatCannotBeWrittenIsRefused) {
   VNValue deep = VNValue::array();
-  for (int i = 0; i < 600; ++i) deep = VNValue(VNValue::Array{deep});
-  error = {};
-  EXPECT_FALSE(deep.propertyListData(Format::Binary, &error));
-  EXPECT_TRUE(error.isPOSIX(EINVAL));
-}
-
-TEST(VNValuePlist, OnlyUTF8TextIsReadOrWritten) {
-  VNError error;
-  EXPECT_FALSE(VNValue("org.var\xee" "el").propertyListData(Format::Binary, &error));
-  EXPECT_TRUE(error.isPOSIX(EINVAL));
-  EXPECT_FALSE(VNValue(std::string("nul\0inside", 10)).propertyListData(Format::XML));
+  for (int i = 0; i < 600; ++i) deep = VNValue(Array{deep});
   VNValue badKey = VNValue::dictionary();
   badKey.set("\xc3(", VNValue(1));
-  EXPECT_FALSE(badKey.propertyListData(Format::XML));
-  EXPECT_FALSE(VNValue("\xed\xa0\x80").propertyListData(Format::XML)) << "a UTF-16 surrogate";
-
-  // An ASCII string object holding a byte above 0x7F, and the same in XML.
-  std::string binary = *VNValue("ab").propertyListData(Format::Binary);
-  size_t at = binary.find("ab");
-  ASSERT_NE(at, std::string::npos);
-  binary[at + 1] = '\xee';
-  expectInvalid(binary, "binary string with an invalid byte");
-  expectInvalid("<?xml version=\"1.0\"?><plist version=\"1.0\"><string>a\xee" "b</string></plist>",
-                "XML string with an invalid byte");
-  EXPECT_TRUE(parse(*VNValue("Grüße 🙂").propertyListData(Format::Binary)));
-}
-
-// libplist asserts (aborting the process) when asked for a string that
-// holds a NUL; such lists are refused before it sees them.
-TEST(VNValuePlist, StringsWithNulAreRefusedBeforeLibplistSeesThem) {
-  const std::string head = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>";
-  expectInvalid(head + std::string("k\0ey", 4) + "</key><true/></dict></plist>", "raw NUL in a key");
-  expectInvalid(head + "k</key><string>a&#0;b</string></dict></plist>", "&#0;");
-  expectInvalid(head + "k</key><string>a&#x000;b</string></dict></plist>", "&#x000;");
-  EXPECT_TRUE(parse(head + "k</key><string>a&#x41;&#10;b</string></dict></plist>"));
-
-  // An ASCII string object, and a UTF-16 one whose unit 00 62 becomes 00 00.
-  for (const char* text : {"ab", "\u00e9b"}) {
-    std::string binary = *VNValue(VNValue::Array{VNValue(text)}).propertyListData(Format::Binary);
-    size_t at = binary.find('b', 8);
-    ASSERT_NE(at, std::string::npos);
-    binary[at] = '\0';
-    expectInvalid(binary, std::string("binary NUL in ") + text);
+  const VNValue refused[] = {VNValue(), VNValue(Array{VNValue(1), VNValue()}), deep, VNValue("org.var\xee" "el"),
+                             VNValue(std::string("nul\0inside", 10)), badKey, VNValue("\xed\xa0\x80")};
+  for (const VNValue& value : refused) {
+    for (auto format : {Format::Binary, Format::XML}) {
+      VNError error;
+      EXPECT_FALSE(value.propertyListData(format, &error)) << value.description();
+      EXPECT_TRUE(error.isPOSIX(EINVAL));
+    }
   }
 }
 
-TEST(VNValuePlist, NestingIsAcceptedUpToTheLimitAndRefusedBeyond) {
+// Strings that are not UTF-8 or hold a NUL are refused when read, before
+// libplist (which asserts on a NUL) sees them.
+TEST(VNValuePlist, StringsThatAreNotUTF8OrHoldANulAreNotRead) {
+  expectInvalid(xml("<string>a\xee" "b</string>"), "XML string with an invalid byte");
+  expectInvalid(xml("<dict><key>" + std::string("k\0ey", 4) + "</key><true/></dict>"), "raw NUL in a key");
+  expectInvalid(xml("<dict><key>k</key><string>a&#0;b</string></dict>"), "&#0;");
+  expectInvalid(xml("<dict><key>k</key><string>a&#x000;b</string></dict>"), "&#x000;");
+  EXPECT_EQ(*parse(xml("<string>a&#x41;&#10;b</string>")), VNValue("aA\nb"));
+  // An ASCII string object with a byte above 0x7F or a NUL, and a UTF-16 one
+  // whose unit 00 62 becomes 00 00.
+  for (auto [text, replacement] : {std::pair{"ab", '\xee'}, {"ab", '\0'}, {"\u00e9b", '\0'}}) {
+    std::string binary = *VNValue(Array{VNValue(text)}).propertyListData(Format::Binary);
+    binary[binary.find('b', 8)] = replacement;
+    expectInvalid(binary, text);
+  }
+}
+
+// Within bounds, and far beyond what libplist's recursive parser or its
+// copying of shared objects survives.
+TEST(VNValuePlist, NestingAndSharingAreBounded) {
   EXPECT_TRUE(parse(nestedXML(512)));
   expectInvalid(nestedXML(513), "XML 513 deep");
   EXPECT_TRUE(parse(nestedBinary(511))) << "511 arrays around an empty one: 512 deep";
   expectInvalid(nestedBinary(512), "binary 513 deep");
-  // Far beyond what libplist's recursive parser survives.
   expectInvalid(nestedXML(300000), "XML 300000 deep");
   expectInvalid(nestedBinary(300000), "binary 300000 deep");
-  expectInvalid(nestedBinary(3, /*cycle=*/true), "binary cycle");
+  expectInvalid(nestedBinary(3, 1, /*cycle=*/true), "binary cycle");
+  EXPECT_EQ(leafCount(*parse(nestedBinary(7, 2))), 128u);
+  expectInvalid(nestedBinary(40, 2), "2^40 leaves from a few hundred bytes");
+  expectInvalid(nestedBinary(400, 2), "2^400 leaves");
 }
 
-namespace {
-
-// `levels` arrays that each list the next one twice: a small file that
-// libplist would copy out into a tree of 2^levels leaves.
-std::string sharedBinary(std::uint32_t levels) {
-  std::string out = "bplist00";
-  std::vector<std::uint64_t> offsets;
-  for (std::uint32_t i = 0; i < levels; ++i) {
-    offsets.push_back(out.size());
-    out += '\xA2';
-    appendBigEndian(out, i + 1, 2);
-    appendBigEndian(out, i + 1, 2);
-  }
-  offsets.push_back(out.size());
-  out += '\x09';  // true
-  std::uint64_t table = out.size();
-  for (auto offset : offsets) appendBigEndian(out, offset, 2);
-  out += std::string(6, '\0') + "\x02\x02";
-  appendBigEndian(out, offsets.size(), 8);
-  appendBigEndian(out, 0, 8);
-  appendBigEndian(out, table, 8);
-  return out;
-}
-
-size_t leafCount(const VNValue& value) {
-  if (!value.asArray()) return 1;
-  size_t leaves = 0;
-  for (const auto& item : *value.asArray()) leaves += leafCount(item);
-  return leaves;
-}
-
-}  // namespace
-
-TEST(VNValuePlist, SharedObjectsExpandOnlyWithinBounds) {
-  auto small = parse(sharedBinary(7));
-  ASSERT_TRUE(small);
-  EXPECT_EQ(leafCount(*small), 128u);
-  expectInvalid(sharedBinary(40), "2^40 leaves from a few hundred bytes");
-  expectInvalid(sharedBinary(400), "2^400 leaves");
-}
-
+// Random bytes are the fuzz target's; these are the shapes it starts from.
 TEST(VNValuePlist, BytesThatAreNoPropertyListFailCleanly) {
-  expectInvalid("", "empty");
-  expectInvalid("hello, world\n", "text");
-  expectInvalid("bplist00", "binary header alone");
-  expectInvalid("<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>a</key>", "unclosed");
-  expectInvalid("<?xml version=\"1.0\"?><plist version=\"1.0\"><array></dict></plist>", "mismatched");
-  expectInvalid(std::string("\0\0\0\0", 4), "zeros");
-
-  std::mt19937 random(20260123);
-  for (int round = 0; round < 300; ++round) {
-    std::string noise(random() % 300, '\0');
-    for (auto& c : noise) c = static_cast<char>(random());
-    if (round % 2) noise.replace(0, std::min<size_t>(8, noise.size()), "bplist00");
-    VNError error;
-    if (!parse(noise, &error)) {
-      EXPECT_TRUE(error.isPOSIX(EINVAL)) << round;
-    }
-  }
-}
-
-TEST(VNValuePlist, EveryTruncationOfABinaryListFailsCleanly) {
+  for (const std::string& bytes : {std::string(), std::string("hello, world\n"), std::string("bplist00"),
+                                   xml("<dict><key>a</key>"), xml("<array></dict>"), std::string(4, '\0')})
+    expectInvalid(bytes, bytes);
   std::string whole = *sample(false).propertyListData(Format::Binary);
-  for (size_t length = 0; length < whole.size(); ++length) {
-    VNError error;
-    auto read = parse(whole.substr(0, length), &error);
-    EXPECT_FALSE(read) << "truncated to " << length;
-    if (!read) {
-      EXPECT_TRUE(error.isPOSIX(EINVAL)) << length;
-    }
-  }
+  for (size_t length = 0; length < whole.size(); ++length) expectInvalid(whole.substr(0, length), "truncated");
 }
 
 TEST(VNValuePlist, FilesRoundTripAndFailuresNameThePath) {
   VNTestDir dir;
   VNValue value = sample(false);
   VNError error;
-  ASSERT_TRUE(value.writePropertyListFile(dir / "v.plist", Format::Binary, &error))
-      << error.description();
-  auto read = VNValue::fromPropertyListFile(dir / "v.plist", &error);
-  ASSERT_TRUE(read);
-  EXPECT_EQ(*read, value);
-
+  ASSERT_TRUE(value.writePropertyListFile(dir / "v.plist", Format::Binary, &error)) << error.description();
+  EXPECT_EQ(*VNValue::fromPropertyListFile(dir / "v.plist", &error), value);
   VNWriteTestFile(dir / "text.plist", "just some text\n");
-  EXPECT_FALSE(VNValue::fromPropertyListFile(dir / "text.plist", &error));
-  EXPECT_TRUE(error.isPOSIX(EINVAL));
-  EXPECT_EQ(error.filePath(), dir / "text.plist");
-  EXPECT_NE(error.localizedDescription().find("'" + dir / "text.plist" + "'"), std::string::npos)
-      << error.localizedDescription();
-
   VNWriteTestFile(dir / "empty.plist", "");
-  EXPECT_FALSE(VNValue::fromPropertyListFile(dir / "empty.plist", &error));
-  EXPECT_TRUE(error.isPOSIX(EINVAL));
-
-  EXPECT_FALSE(VNValue::fromPropertyListFile(dir / "missing.plist", &error));
-  EXPECT_TRUE(error.isPOSIX(ENOENT));
-  EXPECT_EQ(error.filePath(), dir / "missing.plist");
-  EXPECT_FALSE(VNValue::fromPropertyListFile(dir.path(), &error));
-  EXPECT_TRUE(error.isPOSIX(EISDIR));
+  const std::pair<std::string, int> failures[] = {
+      {dir / "text.plist", EINVAL}, {dir / "empty.plist", EINVAL}, {dir / "missing.plist", ENOENT}, {dir.path(), EISDIR}};
+  for (const auto& [path, code] : failures) {
+    EXPECT_FALSE(VNValue::fromPropertyListFile(path, &error));
+    EXPECT_TRUE(error.isPOSIX(code)) << error.description();
+    EXPECT_EQ(error.filePath(), path);
+    EXPECT_NE(error.localizedDescription().find("'" + path + "'"), std::string::npos) << error.localizedDescription();
+  }
 }

@@ -1,11 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <future>
-#include <thread>
-#include <vector>
 
 #include "foundation/VNWorkPool.h"
+#include "support/VNTest.h"
 
 namespace {
 
@@ -24,13 +20,15 @@ struct Job {
   std::thread::id thread;
 };
 
-std::vector<std::unique_ptr<Job>> drain(VNWorkPool<Job>& pool) {
-  std::vector<std::unique_ptr<Job>> done;
-  while (auto job = pool.waitFinished()) done.push_back(std::move(job));
-  return done;
+// Submits job 0 held by `release`, waits until a worker runs it, then
+// submits jobs 1 to `more`.
+void submitHeld(VNWorkPool<Job>& pool, std::promise<void>& release, int more) {
+  auto held = std::make_unique<Job>(0, release.get_future().share());
+  Job* heldJob = held.get();
+  pool.submit(std::move(held));
+  while (!heldJob->started) std::this_thread::yield();
+  for (int i = 1; i <= more; ++i) pool.submit(std::make_unique<Job>(i));
 }
-
-}  // namespace
 
 TEST(WorkPool, WithoutWorkersEveryTaskRunsAtOnceOnTheOwnersThread) {
   VNWorkPool<Job> pool(0, 4);
@@ -49,28 +47,18 @@ TEST(WorkPool, WithoutWorkersEveryTaskRunsAtOnceOnTheOwnersThread) {
 }
 
 // With the one worker held, the waiting list fills; a further task makes the
-// owner run the oldest waiting one itself instead of growing the list.
+// owner run the oldest waiting one itself, and waiting runs the rest here.
 TEST(WorkPool, AFullWaitingListIsWorkedOffByTheOwner) {
   std::promise<void> release;
-  std::shared_future<void> gate = release.get_future().share();
   VNWorkPool<Job> pool(1, 2);
   ASSERT_EQ(pool.workers(), 1u);
-  auto held = std::make_unique<Job>(0, gate);
-  Job* heldJob = held.get();
-  pool.submit(std::move(held));
-  while (!heldJob->started) std::this_thread::yield();
-  pool.submit(std::make_unique<Job>(1));
-  pool.submit(std::make_unique<Job>(2));
-  pool.submit(std::make_unique<Job>(3));  // the list holds 1 and 2: 1 runs here
+  submitHeld(pool, release, 3);  // the list holds 1 and 2: 1 runs here
   auto first = pool.takeFinished();
   ASSERT_NE(first, nullptr);
   EXPECT_EQ(first->number, 1);
   EXPECT_EQ(first->thread, std::this_thread::get_id());
-  // Waiting while the worker is held runs the waiting ones here, in order.
-  auto second = pool.waitFinished();
-  auto third = pool.waitFinished();
-  EXPECT_EQ(second->number, 2);
-  EXPECT_EQ(third->number, 3);
+  EXPECT_EQ(pool.waitFinished()->number, 2);
+  EXPECT_EQ(pool.waitFinished()->number, 3);
   release.set_value();
   auto last = pool.waitFinished();
   ASSERT_NE(last, nullptr);
@@ -79,37 +67,28 @@ TEST(WorkPool, AFullWaitingListIsWorkedOffByTheOwner) {
   EXPECT_EQ(pool.waitFinished(), nullptr);
 }
 
-TEST(WorkPool, CancelledTasksNeverRunWhileRunningOnesStillComeBack) {
+// Cancelled tasks never run while a running one still comes back; a pool
+// destroyed with work outstanding waits only for the running task.
+TEST(WorkPool, CancelledAndAbandonedTasksNeverRun) {
   std::promise<void> release;
-  std::shared_future<void> gate = release.get_future().share();
   VNWorkPool<Job> pool(1, 8);
-  auto held = std::make_unique<Job>(0, gate);
-  Job* heldJob = held.get();
-  pool.submit(std::move(held));
-  while (!heldJob->started) std::this_thread::yield();
-  for (int i = 1; i <= 4; ++i) pool.submit(std::make_unique<Job>(i));
+  submitHeld(pool, release, 4);
   pool.cancelWaiting();
   EXPECT_EQ(pool.outstanding(), 1u);
   release.set_value();
-  auto done = drain(pool);
-  ASSERT_EQ(done.size(), 1u);
-  EXPECT_EQ(done[0]->number, 0);
-}
+  auto done = pool.waitFinished();
+  ASSERT_NE(done, nullptr);
+  EXPECT_EQ(done->number, 0);
+  EXPECT_EQ(pool.waitFinished(), nullptr);
 
-TEST(WorkPool, DestroyingAPoolWithWorkOutstandingWaitsOnlyForRunningTasks) {
-  std::promise<void> release;
-  std::shared_future<void> gate = release.get_future().share();
-  auto pool = std::make_unique<VNWorkPool<Job>>(1, 8);
-  auto held = std::make_unique<Job>(0, gate);
-  Job* heldJob = held.get();
-  pool->submit(std::move(held));
-  while (!heldJob->started) std::this_thread::yield();
-  for (int i = 1; i <= 4; ++i) pool->submit(std::make_unique<Job>(i));
+  std::promise<void> releaseLater;
+  auto abandoned = std::make_unique<VNWorkPool<Job>>(1, 8);
+  submitHeld(*abandoned, releaseLater, 4);
   std::thread releaser([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    release.set_value();
+    releaseLater.set_value();
   });
-  pool.reset();  // returns once the held task ends; the four never start
+  abandoned.reset();  // returns once the held task ends; the four never start
   releaser.join();
 }
 
@@ -122,12 +101,11 @@ TEST(WorkPool, EveryTaskComesBackExactlyOnce) {
   size_t taken = 0;
   for (int i = 0; i < kTasks; ++i) {
     pool.submit(std::make_unique<Job>(i));
-    while (auto job = pool.takeFinished()) {
-      ++seen[static_cast<size_t>(job->number)];
-      ++taken;
-    }
+    for (; auto job = pool.takeFinished(); ++taken) ++seen[static_cast<size_t>(job->number)];
     EXPECT_EQ(pool.outstanding(), static_cast<size_t>(i + 1) - taken);
   }
-  for (auto& job : drain(pool)) ++seen[static_cast<size_t>(job->number)];
+  while (auto job = pool.waitFinished()) ++seen[static_cast<size_t>(job->number)];
   for (int i = 0; i < kTasks; ++i) ASSERT_EQ(seen[static_cast<size_t>(i)], 1) << "task " << i;
 }
+
+}  // namespace

@@ -1,16 +1,12 @@
 // Analytics events: names, payloads, the status table's two families, the
 // install-environment switch, the PHY table and the journal fields.
-#include <gtest/gtest.h>
 #include <stdlib.h>
-
-#include <algorithm>
 
 #include "host/VNAnalyticsFieldConverter.h"
 #include "host/VNAnalyticsManager.h"
 #include "platform/VNAnalyticsService.h"
 #include "platform/internal/VNJournalFields.h"
-#include "support/VNLogCapture.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 
 namespace {
 

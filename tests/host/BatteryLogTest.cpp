@@ -1,11 +1,9 @@
 // The battery line from fake power-supply trees: the usual laptop states, two
 // batteries, energy-based figures, hostile attribute files and the three
 // failures.
-#include <gtest/gtest.h>
-
 #include "host/VNBatteryLog.h"
 #include "support/VNFakeSysfs.h"
-#include "support/VNLogCapture.h"
+#include "support/VNTest.h"
 
 namespace {
 

@@ -1,26 +1,15 @@
 // Host identity: the parsing rules, the running host from a fake tree, a
 // target system's preferences, and one image per connection family code.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-
 #include "host/VNConnectionFamilyIcons.h"
 #include "host/VNSystemConfiguration.h"
 #include "platform/VNHostIdentity.h"
 #include "platform/VNSymbolImages.h"
 #include "platform/VNTypeService.h"
 #include "platform/internal/VNHostIdentityParsing.h"
-#include "support/VNLogCapture.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 #include "systemview/VNSystem_FileManager_DiskBased.h"
 
 namespace {
-
-void writeFile(const std::string& path, const std::string& text) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  std::ofstream(path, std::ios::binary) << text;
-}
 
 TEST(HostIdentityParsing, MachineInfoAndFirmwareValues) {
   const std::pair<const char*, std::optional<std::string>> names[] = {
@@ -73,14 +62,14 @@ TEST_F(HostTree, RunningHostComesFromItsOwnFilesInOrder) {
   EXPECT_EQ(VNSystemConfiguration::modelForSystem(nullptr), "org.varnel.device.computer");
   EXPECT_EQ(VNSystemConfiguration::humanReadableModelForSystem(nullptr), "Computer");
 
-  writeFile(dir_ / "host/proc/sys/kernel/hostname", "kernel-name\n");
+  VNWriteTestFile(dir_ / "host/proc/sys/kernel/hostname", "kernel-name\n");
   EXPECT_EQ(VNSystemConfiguration::systemNameForSystem(nullptr), "kernel-name");
-  writeFile(dir_ / "host/etc/machine-info", "PRETTY_HOSTNAME=\"Front desk\"\n");
+  VNWriteTestFile(dir_ / "host/etc/machine-info", "PRETTY_HOSTNAME=\"Front desk\"\n");
   EXPECT_EQ(VNSystemConfiguration::systemNameForSystem(nullptr), "Front desk");
 
-  writeFile(dir_ / "host/sys/class/dmi/id/product_name", "Workstation 5\n");
-  writeFile(dir_ / "host/sys/class/dmi/id/product_version", "Rev B\n");
-  writeFile(dir_ / "host/sys/class/dmi/id/chassis_type", "9\n");
+  VNWriteTestFile(dir_ / "host/sys/class/dmi/id/product_name", "Workstation 5\n");
+  VNWriteTestFile(dir_ / "host/sys/class/dmi/id/product_version", "Rev B\n");
+  VNWriteTestFile(dir_ / "host/sys/class/dmi/id/chassis_type", "9\n");
   EXPECT_EQ(VNSystemConfiguration::modelIDForSystem(nullptr), "Workstation 5 Rev B");
   EXPECT_EQ(VNSystemConfiguration::modelForSystem(nullptr), "org.varnel.device.laptop");
   EXPECT_EQ(VNSystemConfiguration::humanReadableModelForSystem(nullptr), "Laptop computer");
@@ -90,7 +79,7 @@ TEST_F(HostTree, TargetSystemAnswersFromItsPreferencesAndRootSlashFromTheHost) {
   const std::string root = dir_ / "target";
   std::filesystem::create_directories(root);
   auto view = VNSystem_FileManager_DiskBased::appropriateDiskFileMangerForSystemRoot(
-      VNFileURL::fileURLWithPath(root, true));
+      VNFolderURL(root));
   ASSERT_TRUE(view && view->activate());
   EXPECT_EQ(VNSystemConfiguration::systemConfigurationForSystem(view.get()), std::nullopt);
   EXPECT_EQ(VNSystemConfiguration::modelForSystem(view.get()), "org.varnel.device.computer")
@@ -100,9 +89,9 @@ TEST_F(HostTree, TargetSystemAnswersFromItsPreferencesAndRootSlashFromTheHost) {
       "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>Model</key><string>Rack Server 2</string>"
       "<key>System</key><dict><key>System</key><dict><key>ComputerName</key><string>Old name</string>"
       "</dict></dict></dict></plist>";
-  writeFile(root + "/var/db/SystemConfiguration/preferences.xml", older);
+  VNWriteTestFile(root + "/var/db/SystemConfiguration/preferences.xml", older);
   EXPECT_EQ(VNSystemConfiguration::systemNameForSystem(view.get()), "Old name") << "the /private rule";
-  writeFile(root + "/private/var/db/SystemConfiguration/preferences.xml",
+  VNWriteTestFile(root + "/private/var/db/SystemConfiguration/preferences.xml",
             std::string(older).replace(older.find("Old name"), 8, "Private name"));
   EXPECT_EQ(VNSystemConfiguration::systemNameForSystem(view.get()), "Private name");
   EXPECT_EQ(VNSystemConfiguration::modelIDForSystem(view.get()), "Rack Server 2");
@@ -110,7 +99,7 @@ TEST_F(HostTree, TargetSystemAnswersFromItsPreferencesAndRootSlashFromTheHost) {
   EXPECT_EQ(VNSystemConfiguration::humanReadableModelForSystem(view.get()), "Server");
   EXPECT_TRUE(capture_.systemLog().entries().empty());
 
-  writeFile(root + "/Library/Preferences/SystemConfiguration/preferences.plist", "not a property list");
+  VNWriteTestFile(root + "/Library/Preferences/SystemConfiguration/preferences.plist", "not a property list");
   EXPECT_EQ(VNSystemConfiguration::systemNameForSystem(view.get()), std::nullopt)
       << "an unreadable first file is not passed over for the older one";
   auto entries = capture_.systemLog().entries();
@@ -118,9 +107,9 @@ TEST_F(HostTree, TargetSystemAnswersFromItsPreferencesAndRootSlashFromTheHost) {
   EXPECT_EQ(entries.back().text, "Unable to read the System Configuration file at " + root +
                                      "/Library/Preferences/SystemConfiguration/preferences.plist");
 
-  writeFile(dir_ / "host/proc/sys/kernel/hostname", "this-host\n");
+  VNWriteTestFile(dir_ / "host/proc/sys/kernel/hostname", "this-host\n");
   auto slashView = VNSystem_FileManager_DiskBased::appropriateDiskFileMangerForSystemRoot(
-      VNFileURL::fileURLWithPath("/", true));
+      VNFolderURL("/"));
   ASSERT_TRUE(slashView && slashView->activate());
   EXPECT_EQ(VNSystemConfiguration::systemNameForSystem(slashView.get()), "this-host");
 }
@@ -142,7 +131,7 @@ TEST(ConnectionFamilyIcons, EveryCodeYieldsAReadableImage) {
             std::filesystem::file_size(VNConnectionFamilyIcons::imageForFamilyIcon(3)->path));
 
   VNTestDir dir;
-  writeFile(dir / "not-an-image", "plain text");
+  VNWriteTestFile(dir / "not-an-image", "plain text");
   EXPECT_FALSE(VNImage::fromFile(dir / "not-an-image"));
   EXPECT_FALSE(VNImage::fromFile(dir / "missing"));
   VNPlatformOverride<VNSymbolImages> noTheme(VNSymbolImages::makeForIconsRoot(dir / "icons"));

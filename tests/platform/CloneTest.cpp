@@ -1,12 +1,11 @@
-#include <gtest/gtest.h>
 #include <sys/xattr.h>
 
 #include "PlatformTestSupport.h"
 #include "platform/VNClone.h"
 #include "platform/VNCopyItem.h"
 #include "platform/VNFileFlags.h"
-#include "support/VNFsMatchers.h"
-#include "support/VNLoopImage.h"
+#include "support/VNExtents.h"
+#include "support/VNTest.h"
 
 namespace {
 
@@ -43,9 +42,9 @@ TEST_P(CloneOn, SharesExtentsAndCostsOnlyTheFirstCopy) {
       << "two clones of " << kFileBytes << " bytes took "
       << static_cast<std::int64_t>(freeAfterCopy - freeAfterClones);
   for (const std::string& path : {first, second, third})
-    EXPECT_TRUE(AllExtentsShared(path)) << path << " does not share its extents";
-  EXPECT_THAT(third, HasTimes(LstatOf(first)));
-  EXPECT_EQ(ReadAll(third), ReadAll(source));
+    EXPECT_TRUE(VNAllExtentsShared(path)) << path << " does not share its extents";
+  EXPECT_THAT(third, HasTimes(VNStatOf(first)));
+  EXPECT_EQ(VNReadTestFile(third), VNReadTestFile(source));
   EXPECT_THAT(second, HasMode(0640));
   EXPECT_THAT(second, HasOwner(77, 88));
   EXPECT_THAT(second, HasXattr("user.kind", "first"));
@@ -79,7 +78,7 @@ TEST(Clone, FailsWhereNoCloneIsPossible) {
   std::string taken = *xfs / "taken";
   VNWriteTestFile(taken, "mine");
   EXPECT_THAT(cloner->clone(onXfs, taken, false), FailsWith(EEXIST, taken));
-  EXPECT_EQ(ReadAll(taken), "mine");
+  EXPECT_EQ(VNReadTestFile(taken), "mine");
 }
 
 // Without following, a symbolic link is laid down as the same link; with
@@ -93,8 +92,8 @@ TEST(Clone, SymbolicLinksFollowOnlyWhenAsked) {
   ASSERT_THAT(cloner->clone(link, *image / "as-link", /*follow=*/false), Succeeds());
   EXPECT_THAT(*image / "as-link", IsSymlinkTo("file"));
   ASSERT_THAT(cloner->clone(link, *image / "as-file", /*follow=*/true), Succeeds());
-  EXPECT_EQ(ReadAll(*image / "as-file"), "contents");
-  EXPECT_TRUE(S_ISREG(LstatOf(*image / "as-file").st_mode));
+  EXPECT_EQ(VNReadTestFile(*image / "as-file"), "contents");
+  EXPECT_TRUE(S_ISREG(VNStatOf(*image / "as-file").st_mode));
 }
 
 }  // namespace

@@ -1,19 +1,19 @@
-#include <gtest/gtest.h>
+#include <linux/fiemap.h>
 
 #include "PlatformTestSupport.h"
 #include "platform/VNCompression.h"
 #include "platform/VNCopyItem.h"
 #include "platform/VNFileFlags.h"
 #include "platform/VNStorageTiers.h"
-#include "support/VNFsMatchers.h"
-#include "support/VNLoopImage.h"
+#include "support/VNExtents.h"
+#include "support/VNTest.h"
 
 namespace {
 
 constexpr std::uint64_t kImageBytes = 300u << 20;
 
 bool AnyExtentEncoded(const std::string& path) {
-  for (std::uint32_t flags : ExtentFlags(path))
+  for (std::uint32_t flags : VNExtentFlags(path))
     if (flags & FIEMAP_EXTENT_ENCODED) return true;
   return false;
 }
@@ -46,7 +46,7 @@ TEST(Compression, CompressedFilesStayCompressedWhereTheFileSystemCan) {
 
   std::string plain = *xfs / "plain";
   ASSERT_THAT(VNCopyItem::makeDefault()->copyItem(source, plain, VNCopyOptionSet::Full), Succeeds());
-  EXPECT_EQ(ReadAll(plain), ReadAll(source));
+  EXPECT_EQ(VNReadTestFile(plain), VNReadTestFile(source));
   EXPECT_THAT(compression->setCompressed(plain, true), FailsWith(ENOTSUP, plain));
   ASSERT_THAT(compression->isCompressed(plain, &compressed), Succeeds());
   EXPECT_FALSE(compressed);

@@ -1,10 +1,8 @@
-#include <gtest/gtest.h>
 #include <sys/xattr.h>
 
 #include "PlatformTestSupport.h"
 #include "platform/VNFileFlags.h"
-#include "support/VNFsMatchers.h"
-#include "support/VNLoopImage.h"
+#include "support/VNTest.h"
 
 using namespace VNFileFlag;
 

@@ -1,30 +1,14 @@
 #pragma once
 
 #include <fcntl.h>
-#include <linux/fiemap.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "support/VNTestDir.h"
-
-// Reads a whole file, or "<unreadable>".
-inline std::string ReadAll(const std::string& path) {
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return "<unreadable>";
-  std::string text;
-  char buffer[65536];
-  ssize_t n;
-  while ((n = ::read(fd, buffer, sizeof buffer)) > 0) text.append(buffer, static_cast<size_t>(n));
-  ::close(fd);
-  return text;
-}
 
 // A file of `bytes` bytes of a pattern that depends on `seed`, written with
 // one call per MiB.
@@ -40,12 +24,6 @@ inline void WritePatternFile(const std::string& path, size_t bytes, unsigned see
   ::close(fd);
 }
 
-inline struct stat LstatOf(const std::string& path) {
-  struct stat st {};
-  ::lstat(path.c_str(), &st);
-  return st;
-}
-
 // Free bytes of the file system holding `path`, after a sync so that
 // delayed allocation has happened.
 inline std::uint64_t FreeBytes(const std::string& path) {
@@ -53,29 +31,4 @@ inline std::uint64_t FreeBytes(const std::string& path) {
   struct statvfs fs {};
   ::statvfs(path.c_str(), &fs);
   return static_cast<std::uint64_t>(fs.f_bfree) * fs.f_frsize;
-}
-
-// FIEMAP flags of each extent of a file (after a sync of its data).
-inline std::vector<std::uint32_t> ExtentFlags(const std::string& path) {
-  std::vector<std::uint32_t> flags;
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return flags;
-  constexpr unsigned kExtents = 64;
-  std::vector<char> buffer(sizeof(fiemap) + kExtents * sizeof(fiemap_extent));
-  auto* map = reinterpret_cast<fiemap*>(buffer.data());
-  map->fm_length = FIEMAP_MAX_OFFSET;
-  map->fm_flags = FIEMAP_FLAG_SYNC;
-  map->fm_extent_count = kExtents;
-  if (::ioctl(fd, FS_IOC_FIEMAP, map) == 0)
-    for (unsigned i = 0; i < map->fm_mapped_extents; ++i) flags.push_back(map->fm_extents[i].fe_flags);
-  ::close(fd);
-  return flags;
-}
-
-inline bool AllExtentsShared(const std::string& path) {
-  std::vector<std::uint32_t> flags = ExtentFlags(path);
-  if (flags.empty()) return false;
-  for (std::uint32_t f : flags)
-    if (!(f & FIEMAP_EXTENT_SHARED)) return false;
-  return true;
 }

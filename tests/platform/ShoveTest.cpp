@@ -1,13 +1,5 @@
-#include <gtest/gtest.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-
 #include "platform/VNShove.h"
-#include "support/VNLoopImage.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 
 namespace fs = std::filesystem;
 
@@ -32,8 +24,8 @@ constexpr std::uint32_t kInstall = VNShoveMergeFolders | VNShoveReplaceItems;
 class ShoveTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    fs::create_directories(dir / "src");
-    fs::create_directories(dir / "dst");
+    VNMakeFolders(src());
+    VNMakeFolders(dst());
   }
   std::string src(const std::string& rel = "") const { return dir / ("src/" + rel); }
   std::string dst(const std::string& rel = "") const { return dir / ("dst/" + rel); }
@@ -43,12 +35,10 @@ class ShoveTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(ShoveTest, MergesIntoExistingFoldersAndLeavesForeignItemsAlone) {
-  fs::create_directories(dst("Users/alice"));
   VNWriteTestFile(dst("Users/alice/notes.txt"), "mine", 0600);
-  ::chmod(dst("Users").c_str(), 0751);
-  fs::create_directories(src("Users/Shared"));
+  VNMakeFolders(dst("Users"), 0751);
   VNWriteTestFile(src("Users/Shared/readme"), "template");
-  fs::create_directories(src("Library/Caches"));
+  VNMakeFolders(src("Library/Caches"));
   ::symlink("../nowhere", src("Library/link").c_str());
 
   ShoveRun run = runShove(src(), dst(), kInstall);
@@ -58,9 +48,7 @@ TEST_F(ShoveTest, MergesIntoExistingFoldersAndLeavesForeignItemsAlone) {
   EXPECT_EQ(VNReadTestFile(dst("Users/Shared/readme")), "template");
   EXPECT_TRUE(fs::is_directory(dst("Library/Caches")));
   EXPECT_EQ(fs::read_symlink(dst("Library/link")), "../nowhere");
-  struct stat st {};
-  ASSERT_EQ(::stat(dst("Users").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 07777, 0751u) << "a merged folder keeps its own attributes";
+  EXPECT_THAT(dst("Users"), HasMode(0751)) << "a merged folder keeps its own attributes";
   EXPECT_FALSE(fs::exists(src("Library"))) << "moved whole, not copied";
 }
 
@@ -78,17 +66,15 @@ TEST_F(ShoveTest, ReplacesFilesOnlyWhenAskedAndNeverAFolderByAFile) {
   EXPECT_EQ(VNReadTestFile(dst("a")), "new");
 
   VNWriteTestFile(src("folder"), "a file where a folder is");
-  fs::create_directories(dst("folder/keep"));
+  VNMakeFolders(dst("folder/keep"));
   EXPECT_EQ(runShove(src(), dst(), kInstall).result, EISDIR);
   EXPECT_TRUE(fs::is_directory(dst("folder/keep")));
   EXPECT_EQ(VNReadTestFile(src("folder")), "a file where a folder is") << "unmoved item stays in the source";
 }
 
 TEST_F(ShoveTest, NeverFollowsADestinationLinkOutOfTheTree) {
-  fs::create_directories(dir / "outside");
   VNWriteTestFile(dir / "outside/sentinel", "untouched");
   ::symlink((dir / "outside").c_str(), dst("Library").c_str());
-  fs::create_directories(src("Library"));
   VNWriteTestFile(src("Library/sentinel"), "overwritten?");
 
   ASSERT_EQ(runShove(src(), dst(), kInstall).result, 0);
@@ -104,16 +90,14 @@ TEST_F(ShoveTest, KeepsWhatItReplacesUnlessItIsTheSameItem) {
   VNWriteTestFile(src("a"), "new");
   VNWriteTestFile(dst("a"), "older");
   VNWriteTestFile(src("folder"), "a file where a folder is");
-  fs::create_directories(dst("folder/inner"));
   VNWriteTestFile(dst("folder/inner/work"), "the user's");
-  fs::create_directories(src("sub"));
-  fs::create_directories(dst("sub"));
+  VNMakeFolders(src("sub"));
+  VNMakeFolders(dst("sub"));
   ::symlink("target", src("sub/link").c_str());
   VNWriteTestFile(dst("sub/link"), "a file where a link is");
   VNWriteTestFile(src("same"), "template");
   VNWriteTestFile(dst("same"), "template");
-  struct stat source {};
-  ASSERT_EQ(::stat(src("same").c_str(), &source), 0);
+  const struct stat source = VNStatOf(src("same"));
   const struct timespec times[2] = {source.st_atim, source.st_mtim};
   ASSERT_EQ(::utimensat(AT_FDCWD, dst("same").c_str(), times, 0), 0);
 
@@ -126,9 +110,7 @@ TEST_F(ShoveTest, KeepsWhatItReplacesUnlessItIsTheSameItem) {
   EXPECT_EQ(VNReadTestFile(dst(".kept/run/folder/inner/work")), "the user's");
   EXPECT_EQ(VNReadTestFile(dst(".kept/run/sub/link")), "a file where a link is");
   EXPECT_FALSE(fs::exists(dst(".kept/run/same"))) << "the same item is not kept";
-  struct stat kept {};
-  ASSERT_EQ(::stat(dst(".kept/run/sub").c_str(), &kept), 0);
-  EXPECT_EQ(kept.st_mode & 07777, 0700u) << "replaced items may be private";
+  EXPECT_THAT(dst(".kept/run/sub"), HasMode(0700)) << "replaced items may be private";
   ASSERT_EQ(run.lines.size(), 3u);
   for (const auto& [level, text] : run.lines) {
     EXPECT_EQ(level, VNShoveLogInfo);

@@ -1,15 +1,8 @@
 // The tetherlink definitions parser and the Linux resolver: definitions as
 // written, and bind mounts between two loop-mounted volumes as the live state.
-#include <gtest/gtest.h>
-#include <limits.h>
-#include <sys/mount.h>
-
-#include <filesystem>
-
 #include "platform/VNTetherlinkResolver.h"
 #include "platform/internal/VNTetherlinkDefinitions.h"
-#include "support/VNLoopImage.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 
 namespace {
 
@@ -29,9 +22,7 @@ Mappings resolve(const std::string& root, std::uint32_t groupOptions) {
 }
 
 void writeDefinitions(const std::string& root, const std::string& text) {
-  std::string path = root + "/" + kTetherlinkDefinitionsFile;
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  VNWriteTestFile(path, text);
+  VNWriteTestFile(root + "/" + kTetherlinkDefinitionsFile, text);
 }
 
 TEST(TetherlinkDefinitionsTest, SkipsEachMalformedLineNamingFileAndLine) {
@@ -85,34 +76,22 @@ TEST(TetherlinkResolverTest, ReportsDefinitionsAsWrittenAndNothingForAVolumeWith
     EXPECT_EQ(seen, expected) << "filter " << filter << ", stop at " << stopAt;
   }
 
-  std::filesystem::remove(dir / kTetherlinkDefinitionsFile);
-  std::filesystem::create_directory(dir / kTetherlinkDefinitionsFile);
+  ::unlink((dir / kTetherlinkDefinitionsFile).c_str());
+  VNMakeFolders(dir / kTetherlinkDefinitionsFile);
   EXPECT_TRUE(resolve(dir.path(), 0x4).empty());
   EXPECT_EQ(VNTetherlinkDefinitionProblems(dir.path()).size(), 1u);
 }
 
-// Unmounts on scope exit whatever was bind-mounted.
-struct BindMount {
-  std::string target;
-  BindMount(const std::string& source, std::string at) : target(std::move(at)) {
-    if (::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) target.clear();
-  }
-  ~BindMount() {
-    if (!target.empty()) ::umount2(target.c_str(), MNT_DETACH);
-  }
-};
-
 TEST(TetherlinkResolverTest, LiveStateFollowsBindMountsBetweenTwoVolumes) {
   VN_MOUNT_OR_SKIP(system, VNLoopImage::Kind::Ext4, 32 << 20);
   VN_MOUNT_OR_SKIP(data, VNLoopImage::Kind::Ext4, 32 << 20);
-  for (const char* folder : {"Users", "Library", "Library/Caches", "Library/Other"})
-    std::filesystem::create_directories(*system / folder), std::filesystem::create_directories(*data / folder);
+  for (const char* folder : {"Users", "Library/Caches", "Library/Other"}) VNMakeFolders(*system / folder), VNMakeFolders(*data / folder);
   writeDefinitions(system->mountPoint(), "partner " + data->mountPoint() + "\n/Users\tUsers\n");
   {
-    BindMount users(*data / "Users", *system / "Users");
-    BindMount back(*system / "Library/Caches", *data / "Library/Other");
-    BindMount unrelated("/tmp", *system / "Library/Caches");
-    ASSERT_FALSE(users.target.empty() || back.target.empty() || unrelated.target.empty()) << "mount --bind failed";
+    VNBindMount users(*data / "Users", *system / "Users");
+    VNBindMount back(*system / "Library/Caches", *data / "Library/Other");
+    VNBindMount unrelated("/tmp", *system / "Library/Caches");
+    ASSERT_TRUE(users.ok() && back.ok() && unrelated.ok()) << "mount --bind failed";
     EXPECT_EQ(resolve(system->mountPoint(), 0x5),
               (Mappings{{*system / "Users", *data / "Users"}, {*data / "Library/Other", *system / "Library/Caches"}}));
     EXPECT_EQ(resolve(system->mountPoint(), 0x4), (Mappings{{"/Users", "Users"}}));

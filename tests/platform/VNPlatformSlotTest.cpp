@@ -1,62 +1,45 @@
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <memory>
-#include <thread>
-#include <vector>
-
-#include "platform/VNPlatformService.h"
+#include "support/VNTest.h"
 
 namespace {
 
-// A service whose default counts how often it is made.
-struct CountingService {
-  static std::atomic<int> made;
-  static std::shared_ptr<CountingService> makeDefault() {
-    made.fetch_add(1);
-    return std::make_shared<CountingService>();
-  }
+struct Service {
+  static std::shared_ptr<Service> makeDefault() { return std::make_shared<Service>(); }
   int id = 0;
 };
-std::atomic<int> CountingService::made{0};
 
-}  // namespace
-
-TEST(VNPlatformSlot, OverridesNestAndRestore) {
-  auto original = VNPlatformSlot<CountingService>::get();
-  auto first = std::make_shared<CountingService>();
+// Overrides nest and restore; readers on several threads while another
+// swaps the service always see a whole one (the thread sanitizer checks the
+// handover).
+TEST(VNPlatformSlot, OverridesNestRestoreAndHandOverWhole) {
+  auto original = VNPlatformSlot<Service>::get();
+  auto first = std::make_shared<Service>(), second = std::make_shared<Service>();
   {
-    VNPlatformOverride<CountingService> outer(first);
-    EXPECT_EQ(VNPlatformSlot<CountingService>::get(), first);
+    VNPlatformOverride<Service> outer(first);
     {
-      auto second = std::make_shared<CountingService>();
-      VNPlatformOverride<CountingService> inner(second);
-      EXPECT_EQ(VNPlatformSlot<CountingService>::get(), second);
+      VNPlatformOverride<Service> inner(second);
+      EXPECT_EQ(VNPlatformSlot<Service>::get(), second);
     }
-    EXPECT_EQ(VNPlatformSlot<CountingService>::get(), first);
+    EXPECT_EQ(VNPlatformSlot<Service>::get(), first);
   }
-  EXPECT_EQ(VNPlatformSlot<CountingService>::get(), original);
-}
-
-// Readers on several threads while another swaps the service: every read
-// sees a whole service (the thread sanitizer checks the handover).
-TEST(VNPlatformSlot, ConcurrentReadersAndReplacementsSeeWholeServices) {
+  EXPECT_EQ(VNPlatformSlot<Service>::get(), original);
   std::atomic<bool> done{false};
   std::atomic<int> broken{0};
   std::vector<std::thread> readers;
   for (int t = 0; t < 3; ++t)
     readers.emplace_back([&] {
       while (!done.load()) {
-        auto service = VNPlatformSlot<CountingService>::get();
-        if (!service || service->id < 0) broken.fetch_add(1);
+        auto service = VNPlatformSlot<Service>::get();
+        broken += !service || service->id < 0;
       }
     });
   for (int i = 0; i < 2000; ++i) {
-    auto replacement = std::make_shared<CountingService>();
+    auto replacement = std::make_shared<Service>();
     replacement->id = i;
-    VNPlatformOverride<CountingService> override(replacement);
+    VNPlatformOverride<Service> override(replacement);
   }
   done = true;
   for (auto& reader : readers) reader.join();
   EXPECT_EQ(broken.load(), 0);
 }
+
+}  // namespace

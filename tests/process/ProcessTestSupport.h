@@ -1,13 +1,7 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "platform/VNChildProcess.h"
-#include "support/VNLogCapture.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 
 using LogLine = std::pair<VNSystemLog::Level, std::string>;
 
@@ -29,12 +23,7 @@ class ProcessTest : public ::testing::Test {
     for (const auto& entry : capture_.systemLog().entries()) out.emplace_back(entry.level, entry.text);
     return out;
   }
-  std::vector<std::string> textsAt(VNSystemLog::Level level) {
-    std::vector<std::string> out;
-    for (auto& [entryLevel, text] : lines())
-      if (entryLevel == level) out.push_back(text);
-    return out;
-  }
+  std::vector<std::string> textsAt(VNSystemLog::Level level) { return capture_.systemLog().texts(level); }
   VNTestDir dir_;
   VNLogCapture capture_;
 };

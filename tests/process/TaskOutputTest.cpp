@@ -1,13 +1,11 @@
 // How the runner relays a program's output: line splitting per chunk, text
 // that is not UTF-8, both streams on one pipe, large output without newlines,
 // and what a program leaves behind.
-#include <gtest/gtest.h>
 #include <signal.h>
-
-#include <chrono>
 
 #include "ProcessTestSupport.h"
 #include "process/VNTask.h"
+#include "support/VNTest.h"
 
 using Level = VNSystemLog::Level;
 
@@ -15,41 +13,29 @@ namespace {
 
 class TaskOutputTest : public ProcessTest {};
 
-TEST_F(TaskOutputTest, SplitsEachChunkOnItsOwn) {
-  struct Case {
-    std::string chunk;
-    std::vector<std::string> expected;
-  };
-  const Case cases[] = {
+// Each chunk is split on its own, every line at the default level; a chunk
+// that is not UTF-8 is dropped with one fault.
+TEST_F(TaskOutputTest, SplitsEachChunkOnItsOwnAndDropsOneThatIsNotUTF8) {
+  const std::pair<std::string, std::vector<std::string>> cases[] = {
       {"a\nb\n", {"P: a", "P: b", "P: "}},
       {"no newline", {"P: no newline"}},
       {"\n\n", {"P: ", "P: ", "P: "}},
       {"caf\xc3\xa9\n", {"P: caf\xc3\xa9", "P: "}},
       {"", {}},
   };
-  for (const auto& c : cases) {
+  for (const auto& [chunk, expected] : cases) {
     VNLogCapture capture(dir_ / "case.log");
     auto runner = VNTask::initWithTask(shell("true"), /*allowWARD=*/true);
     runner->setLogPrefix("P: ");
-    runner->processOutput(c.chunk);
-    std::vector<std::string> texts;
-    for (const auto& entry : capture.systemLog().entries()) {
-      EXPECT_EQ(entry.level, Level::Default);
-      texts.push_back(entry.text);
-    }
-    EXPECT_EQ(texts, c.expected) << c.chunk;
+    runner->processOutput(chunk);
+    EXPECT_EQ(capture.systemLog().texts(Level::Default), expected) << chunk;
+    EXPECT_EQ(capture.systemLog().entries().size(), expected.size());
   }
-}
-
-TEST_F(TaskOutputTest, DropsAChunkThatIsNotUTF8WithOneFault) {
   for (const std::string chunk : {"bad \xff byte\n", "cut \xc3", "\xed\xa0\x80 surrogate"}) {
     VNLogCapture capture(dir_ / "case.log");
-    auto runner = VNTask::initWithTask(shell("true"), /*allowWARD=*/true);
-    runner->processOutput(chunk);
-    const auto entries = capture.systemLog().entries();
-    ASSERT_EQ(entries.size(), 1u);
-    EXPECT_EQ(entries[0].level, Level::Fault);
-    EXPECT_EQ(entries[0].text, "Unable to process output from /bin/sh");
+    VNTask::initWithTask(shell("true"), /*allowWARD=*/true)->processOutput(chunk);
+    EXPECT_EQ(capture.systemLog().texts(Level::Fault), std::vector<std::string>{"Unable to process output from /bin/sh"});
+    EXPECT_EQ(capture.systemLog().entries().size(), 1u);
   }
 }
 

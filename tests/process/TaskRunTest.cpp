@@ -1,13 +1,9 @@
 // Running a program: exit statuses, failures to launch, the launcher and its
 // effect, and progress tracking with short estimates.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdlib>
-
 #include "ProcessTestSupport.h"
 #include "platform/VNResources.h"
 #include "process/VNTask.h"
+#include "support/VNTest.h"
 
 using Level = VNSystemLog::Level;
 
@@ -15,15 +11,14 @@ namespace {
 
 class TaskRunTest : public ProcessTest {};
 
-TEST_F(TaskRunTest, ReturnsWhetherTheExitStatusIsZero) {
+// run() tells whether the exit status is zero; a program that cannot be
+// launched leaves the status as it was, with one line.
+TEST_F(TaskRunTest, ExitStatusesAndFailuresToLaunch) {
   for (int status : {0, 1, 7, 255}) {
     auto runner = VNTask::initWithTask(shell("exit " + std::to_string(status)), /*allowWARD=*/true);
     EXPECT_EQ(runner->run(), status == 0);
     EXPECT_EQ(runner->terminationStatus(), status);
   }
-}
-
-TEST_F(TaskRunTest, AProgramThatCannotBeLaunchedFailsWithTheExceptionLine) {
   VNWriteTestFile(dir_ / "not-executable", "#!/bin/sh\n", 0644);
   for (const std::string& path : {dir_ / "missing", dir_ / "not-executable", dir_.path()}) {
     VNLogCapture capture(dir_ / "case.log");
@@ -32,12 +27,11 @@ TEST_F(TaskRunTest, AProgramThatCannotBeLaunchedFailsWithTheExceptionLine) {
     auto runner = VNTask::initWithTask(child, /*allowWARD=*/true);
     runner->setTerminationStatus(42);
     EXPECT_FALSE(runner->run());
-    EXPECT_EQ(runner->terminationStatus(), 42) << "left as it was";
-    const auto entries = capture.systemLog().entries();
-    ASSERT_EQ(entries.size(), 1u) << path;
-    EXPECT_EQ(entries[0].level, Level::Default);
-    EXPECT_TRUE(entries[0].text.starts_with("Exception thrown while executing " + path + ": cannot launch"))
-        << entries[0].text;
+    EXPECT_EQ(runner->terminationStatus(), 42);
+    const auto texts = capture.systemLog().texts(Level::Default);
+    ASSERT_EQ(capture.systemLog().entries().size(), 1u) << path;
+    ASSERT_EQ(texts.size(), 1u);
+    EXPECT_TRUE(texts[0].starts_with("Exception thrown while executing " + path + ": cannot launch")) << texts[0];
   }
 }
 

@@ -1,17 +1,13 @@
 // Signalling: the three messages, identifiers that must never reach kill,
 // lookup by name over processes this test started, and the /proc readers.
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <filesystem>
 
 #include "ProcessTestSupport.h"
-#include "platform/VNPlatformService.h"
 #include "platform/VNProcessLookup.h"
 #include "platform/internal/VNProcFields.h"
 #include "process/VNToolBox.h"
+#include "support/VNTest.h"
 
 using Level = VNSystemLog::Level;
 

@@ -1,16 +1,7 @@
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <set>
 #include <sstream>
 
 #include "foundation/VNValue.h"
-#include "support/VNLoopImage.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 
 namespace fs = std::filesystem;
 
@@ -68,23 +59,17 @@ TEST(MakeSampleSystem, BuildsTheTemplateItsUsersRelyOn) {
   EXPECT_TRUE(fs::is_directory(data + "/Library/Veltra/System/Library/Receipts"));
   EXPECT_TRUE(fs::is_directory(data + "/Users"));
 
-  std::ifstream manifest(dir / "a/System/Library/Templates/Data.symlink-patterns");
-  std::set<std::string> folderPatterns, filePatterns;
-  for (std::string line; std::getline(manifest, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    (line.back() == '/' ? folderPatterns : filePatterns).insert(line);
-  }
-  EXPECT_FALSE(folderPatterns.empty());
-  EXPECT_FALSE(filePatterns.empty());
+  std::istringstream manifest(VNReadTestFile(dir / "a/System/Library/Templates/Data.symlink-patterns"));
+  int folderPatterns = 0, filePatterns = 0;
+  for (std::string line; std::getline(manifest, line);)
+    if (!line.empty() && line[0] != '#') ++(line.back() == '/' ? folderPatterns : filePatterns);
+  EXPECT_GT(folderPatterns, 0);
+  EXPECT_GT(filePatterns, 0);
   EXPECT_TRUE(fs::is_regular_file(data + "/Library/Shared Resources/resource-0.dat"));
   EXPECT_TRUE(fs::is_directory(data + "/Library/Frameworks Cache/bundle-0"));
-
   auto version = VNValue::fromPropertyListFile(dir / "a/System/Library/Baseworks/SystemVersion.plist");
-  ASSERT_TRUE(version);
-  ASSERT_TRUE(version->findString("ProductVersion"));
+  ASSERT_TRUE(version && version->findString("ProductVersion") && version->findString("ProductBuildVersion"));
   EXPECT_EQ(*version->findString("ProductVersion"), "5.2");
-  ASSERT_TRUE(version->findString("ProductBuildVersion"));
-  EXPECT_FALSE(version->findString("ProductBuildVersion")->empty());
 
   ASSERT_EQ(Generate(dir / "b", "--items 400 --large-bytes 3000000", &output), 0) << output;
   EXPECT_EQ(Listing(dir / "b/" + kTemplate), items) << "the same seed must give the same tree";

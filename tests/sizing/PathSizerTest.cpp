@@ -1,20 +1,8 @@
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <mutex>
-#include <thread>
-#include <vector>
-
-#include "platform/VNPlatformService.h"
 #include "platform/VNStorageUsage.h"
 #include "platform/VNSystemLog.h"
 #include "sizing/VNPathSizer.h"
-#include "support/VNLoopImage.h"
 #include "support/VNDeepTree.h"
-#include "support/VNLogCapture.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 
 namespace {
 
@@ -68,40 +56,22 @@ TEST(VNPathSizer, SizesFromAllocatedThenLogicalSize) {
   EXPECT_EQ(count, 5u);
 }
 
-// One file of 10 bytes with a second name, and a group of three names spread
-// over subfolders: each counted once, folders not at all.
-TEST(VNPathSizer, HardLinkGroupsCountOnce) {
-  VNTestDir dir;
-  VNWriteTestFile(dir / "ten", "0123456789");
-  ASSERT_EQ(::link((dir / "ten").c_str(), (dir / "ten-again").c_str()), 0);
-  std::uint64_t count = 0;
-  auto sizer = VNPathSizer::init();
-  EXPECT_EQ(sizer->directorySizeAndCount(&count, url(dir.path())), allocated(dir / "ten"));
-  EXPECT_EQ(count, 1u);
-
-  std::filesystem::create_directories(dir / "x/y");
-  VNWriteTestFile(dir / "x/three", std::string(5000, 'a'));
-  ASSERT_EQ(::link((dir / "x/three").c_str(), (dir / "x/y/three-b").c_str()), 0);
-  ASSERT_EQ(::link((dir / "x/three").c_str(), (dir / "three-c").c_str()), 0);
-  EXPECT_EQ(VNPathSizer::init()->directorySizeAndCount(&count, url(dir.path())),
-            allocated(dir / "ten") + allocated(dir / "x/three"));
-  EXPECT_EQ(count, 2u);
-}
-
-// The sets outlive a walk: the second walk of one sizer skips every multiply
-// linked file the first counted, while a fresh sizer starts again.
-TEST(VNPathSizer, SizingTwiceWithOneSizerReportsLessTheSecondTime) {
+// Names of one file spread over subfolders count once, folders not at
+// all. The sets outlive a walk: the second walk of one sizer skips every
+// multiply linked file the first counted, while a fresh sizer starts again.
+TEST(VNPathSizer, HardLinkGroupsCountOnceAcrossWalksOfOneSizer) {
   VNTestDir dir;
   VNWriteTestFile(dir / "single", std::string(8192, 's'));
-  VNWriteTestFile(dir / "linked", std::string(8192, 'l'));
-  ASSERT_EQ(::link((dir / "linked").c_str(), (dir / "linked-2").c_str()), 0);
+  VNWriteTestFile(dir / "x/three", std::string(5000, 'a'));
+  VNMakeFolders(dir / "x/y");
+  ASSERT_EQ(::link((dir / "x/three").c_str(), (dir / "x/y/three-b").c_str()), 0);
+  ASSERT_EQ(::link((dir / "x/three").c_str(), (dir / "three-c").c_str()), 0);
   auto sizer = VNPathSizer::init();
   std::uint64_t firstCount = 0, secondCount = 0, freshCount = 0;
   std::uint64_t first = sizer->directorySizeAndCount(&firstCount, url(dir.path()));
-  std::uint64_t second = sizer->directorySizeAndCount(&secondCount, url(dir.path()));
-  EXPECT_EQ(first, allocated(dir / "single") + allocated(dir / "linked"));
-  EXPECT_EQ(second, allocated(dir / "single"));
+  EXPECT_EQ(first, allocated(dir / "single") + allocated(dir / "x/three"));
   EXPECT_EQ(firstCount, 2u);
+  EXPECT_EQ(sizer->directorySizeAndCount(&secondCount, url(dir.path())), allocated(dir / "single"));
   EXPECT_EQ(secondCount, 1u);
   EXPECT_EQ(VNPathSizer::init()->directorySizeAndCount(&freshCount, url(dir.path())), first);
   EXPECT_EQ(sizer->hardlinkInodes().size(), 1u);
@@ -110,8 +80,7 @@ TEST(VNPathSizer, SizingTwiceWithOneSizerReportsLessTheSecondTime) {
 TEST(VNPathSizer, SingleItemsMissingPathsAndEmptyURLs) {
   VNTestDir dir;
   VNWriteTestFile(dir / "file", std::string(6000, 'f'));
-  std::filesystem::create_directories(dir / "empty/sub/subsub");
-  std::filesystem::create_directories(dir / "target");
+  VNMakeFolders(dir / "empty/sub/subsub");
   VNWriteTestFile(dir / "target/big", std::string(100000, 'b'));
   ASSERT_EQ(::symlink((dir / "target").c_str(), (dir / "link").c_str()), 0);
   auto sizer = VNPathSizer::init();
@@ -201,11 +170,8 @@ class ObservedStorage final : public VNStorageUsage {
 // leaves the partial totals; the next call resets the flag and runs through.
 TEST(VNPathSizer, CancelFromAnotherThreadStopsWithin101Items) {
   VNTestDir dir;
-  for (int folder = 0; folder < 10; ++folder) {
-    std::filesystem::create_directories(dir / std::to_string(folder));
-    for (int file = 0; file < 300; ++file)
-      VNWriteTestFile(dir / (std::to_string(folder) + "/" + std::to_string(file)), "data");
-  }
+  for (int folder = 0; folder < 10; ++folder)
+    for (int file = 0; file < 300; ++file) VNWriteTestFile(dir / (std::to_string(folder) + "/" + std::to_string(file)), "data");
   auto sizer = VNPathSizer::init();
   auto storage = std::make_shared<ObservedStorage>(
       /*trigger=*/500, [&] { std::thread([&] { sizer->cancel(); }).join(); });
@@ -258,46 +224,28 @@ TEST(VNPathSizer, WalksFromManyThreadsTakeTurns) {
 }
 
 // A clone and its original count once on file systems that clone; a plain
-// copy counts on its own. The second walk skips all three shared names.
-TEST(VNPathSizer, ClonesCountOnce) {
+// copy, or a file deduplicated against another for part of its length only,
+// counts on its own. The second walk skips all three shared names.
+TEST(VNPathSizer, ClonesCountOnceAndPartlySharedFilesAsFiles) {
   for (auto kind : {VNLoopImage::Kind::XFS, VNLoopImage::Kind::Btrfs}) {
+    SCOPED_TRACE(VNLoopImage::name(kind));
     VN_MOUNT_OR_SKIP(image, kind, 300u << 20);
-    std::string original = *image / "original";
-    ASSERT_EQ(VNRunCommand("head -c 1048576 /dev/urandom > " + original), 0);
-    std::filesystem::create_directories(*image / "sub");
-    ASSERT_EQ(VNRunCommand("cp --reflink=always " + original + " " + *image / "clone"), 0);
-    ASSERT_EQ(VNRunCommand("cp --reflink=always " + original + " " + *image / "sub/clone"), 0);
-    ASSERT_EQ(VNRunCommand("cp --reflink=never " + original + " " + *image / "copy"), 0);
-    ASSERT_EQ(VNRunCommand("sync"), 0);
+    std::string original = *image / "original", partly = *image / "partly";
+    VNMakeFolders(*image / "sub");
+    ASSERT_EQ(VNRunCommand("head -c 1048576 /dev/urandom > " + original + " && cp --reflink=always " + original + " " +
+                           *image / "clone" + " && cp --reflink=always " + original + " " + *image / "sub/clone" +
+                           " && cp --reflink=never " + original + " " + *image / "copy" + " && (head -c 65536 " +
+                           original + "; head -c 983040 /dev/urandom) > " + partly + " && sync && xfs_io -c 'dedupe " +
+                           original + " 0 0 65536' " + partly + " >/dev/null && sync"),
+              0);
     auto sizer = VNPathSizer::init();
     std::uint64_t count = 0;
     std::uint64_t size = sizer->directorySizeAndCount(&count, url(image->mountPoint()));
-    EXPECT_EQ(count, 2u) << VNLoopImage::name(kind);
-    EXPECT_EQ(size, allocated(original) + allocated(*image / "copy")) << VNLoopImage::name(kind);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(size, allocated(original) + allocated(*image / "copy") + allocated(partly));
     size = sizer->directorySizeAndCount(&count, url(image->mountPoint()));
-    EXPECT_EQ(count, 1u) << VNLoopImage::name(kind);
-    EXPECT_EQ(size, allocated(*image / "copy")) << VNLoopImage::name(kind);
-  }
-}
-
-}  // namespace
-
-namespace {
-
-// Two files count once only when all their storage is the same storage: a
-// file deduplicated against another for part of its length is its own file.
-TEST(VNPathSizer, PartlySharedFilesCountAsFiles) {
-  for (auto kind : {VNLoopImage::Kind::XFS, VNLoopImage::Kind::Btrfs}) {
-    VN_MOUNT_OR_SKIP(image, kind, 300u << 20);
-    std::string a = *image / "a", b = *image / "b";
-    ASSERT_EQ(VNRunCommand("head -c 1048576 /dev/urandom > " + a), 0);
-    ASSERT_EQ(VNRunCommand("(head -c 65536 " + a + "; head -c 983040 /dev/urandom) > " + b), 0);
-    ASSERT_EQ(VNRunCommand("sync && xfs_io -c 'dedupe " + a + " 0 0 65536' " + b + " >/dev/null"), 0);
-    ASSERT_EQ(VNRunCommand("sync"), 0);
-    std::uint64_t count = 0;
-    std::uint64_t size = VNPathSizer::init()->directorySizeAndCount(&count, url(image->mountPoint()));
-    EXPECT_EQ(count, 2u) << VNLoopImage::name(kind);
-    EXPECT_EQ(size, allocated(a) + allocated(b)) << VNLoopImage::name(kind);
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(size, allocated(*image / "copy") + allocated(partly));
   }
 }
 

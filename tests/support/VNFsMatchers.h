@@ -1,11 +1,11 @@
 #pragma once
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -44,12 +44,11 @@ MATCHER_P(HasTimes, other, "has the access and modification times given") {
   struct stat st {};
   if (!VNLstat(arg, &st, result_listener)) return false;
   const struct stat& want = other;
-  *result_listener << "atime " << st.st_atim.tv_sec << "." << st.st_atim.tv_nsec << " mtime "
-                   << st.st_mtim.tv_sec << "." << st.st_mtim.tv_nsec << ", wanted atime "
-                   << want.st_atim.tv_sec << "." << want.st_atim.tv_nsec << " mtime "
-                   << want.st_mtim.tv_sec << "." << want.st_mtim.tv_nsec;
-  return st.st_atim.tv_sec == want.st_atim.tv_sec && st.st_atim.tv_nsec == want.st_atim.tv_nsec &&
-         st.st_mtim.tv_sec == want.st_mtim.tv_sec && st.st_mtim.tv_nsec == want.st_mtim.tv_nsec;
+  auto same = [](const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; };
+  *result_listener << "atime " << st.st_atim.tv_sec << "." << st.st_atim.tv_nsec << " mtime " << st.st_mtim.tv_sec << "."
+                   << st.st_mtim.tv_nsec << ", wanted atime " << want.st_atim.tv_sec << "." << want.st_atim.tv_nsec
+                   << " mtime " << want.st_mtim.tv_sec << "." << want.st_mtim.tv_nsec;
+  return same(st.st_atim, want.st_atim) && same(st.st_mtim, want.st_mtim);
 }
 
 // The item itself carries extended attribute `name` with exactly `value`.
@@ -60,9 +59,8 @@ MATCHER_P2(HasXattr, name, value, std::string("has extended attribute ") + name)
     *result_listener << "cannot read it: " << std::strerror(errno);
     return false;
   }
-  std::string got(buffer, static_cast<size_t>(n));
-  *result_listener << "value is \"" << got << "\"";
-  return got == std::string(value);
+  *result_listener << "value is \"" << std::string(buffer, static_cast<size_t>(n)) << "\"";
+  return std::string(buffer, static_cast<size_t>(n)) == std::string(value);
 }
 
 MATCHER_P(LacksXattr, name, std::string("lacks extended attribute ") + name) {
@@ -72,23 +70,18 @@ MATCHER_P(LacksXattr, name, std::string("lacks extended attribute ") + name) {
 }
 
 // The Linux inode flags (FS_*_FL) of the regular file or directory hold all
-// of `flags` (and none of `absent`, when given).
+// of `flags` and none of `absent`.
 MATCHER_P2(HasInodeFlagsExcept, flags, absent, "has inode flags " + testing::PrintToString(flags)) {
   int fd = ::open(arg.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) {
-    *result_listener << "cannot open: " << std::strerror(errno);
-    return false;
-  }
-  int got = 0;
-  int rc = ::ioctl(fd, FS_IOC_GETFLAGS, &got);
-  ::close(fd);
-  if (rc != 0) {
-    *result_listener << "cannot read inode flags";
+  unsigned got = 0;
+  bool read = fd >= 0 && ::ioctl(fd, FS_IOC_GETFLAGS, &got) == 0;
+  if (fd >= 0) ::close(fd);
+  if (!read) {
+    *result_listener << "cannot read inode flags: " << std::strerror(errno);
     return false;
   }
   *result_listener << "inode flags are 0x" << std::hex << got << std::dec;
-  return (static_cast<unsigned>(got) & static_cast<unsigned>(flags)) == static_cast<unsigned>(flags) &&
-         (static_cast<unsigned>(got) & static_cast<unsigned>(absent)) == 0;
+  return (got & static_cast<unsigned>(flags)) == static_cast<unsigned>(flags) && (got & static_cast<unsigned>(absent)) == 0;
 }
 MATCHER_P(HasInodeFlags, flags, "has inode flags " + testing::PrintToString(flags)) {
   return testing::ExplainMatchResult(HasInodeFlagsExcept(flags, 0u), arg, result_listener);
@@ -103,22 +96,20 @@ MATCHER_P(IsHardLinkOf, other, std::string("is a hard link of ") + std::string(o
 
 MATCHER_P(IsSymlinkTo, target, std::string("is a symbolic link to ") + std::string(target)) {
   char buffer[4096];
-  ssize_t n = ::readlink(arg.c_str(), buffer, sizeof buffer);
+  ssize_t n = ::readlink(std::string(arg).c_str(), buffer, sizeof buffer);
   if (n < 0) {
     *result_listener << "not a symbolic link: " << std::strerror(errno);
     return false;
   }
-  std::string got(buffer, static_cast<size_t>(n));
-  *result_listener << "it points to \"" << got << "\"";
-  return got == std::string(target);
+  *result_listener << "it points to \"" << std::string(buffer, static_cast<size_t>(n)) << "\"";
+  return std::string(buffer, static_cast<size_t>(n)) == std::string(target);
 }
 
 // A VNFsStatus that failed with errno `code` on `path`.
-MATCHER_P2(FailsWith, code, path,
-           "fails with " + std::string(std::strerror(code)) + " on " + std::string(path)) {
+MATCHER_P2(FailsWith, code, path, "fails with " + std::string(std::strerror(code)) + " on " + std::string(path)) {
   const VNFsStatus& status = arg;
-  *result_listener << "status " << status.code << " (" << std::strerror(status.code) << ") at step \""
-                   << status.step << "\" on \"" << status.path << "\"";
+  *result_listener << "status " << status.code << " (" << std::strerror(status.code) << ") at step \"" << status.step
+                   << "\" on \"" << status.path << "\"";
   return status.code == code && status.path == std::string(path) && !status.step.empty();
 }
 

@@ -32,6 +32,14 @@ std::vector<VNRecordingSystemLog::Entry> VNRecordingSystemLog::entries() const {
   return entries_;
 }
 
+std::vector<std::string> VNRecordingSystemLog::texts(std::optional<Level> level) const {
+  std::lock_guard lock(mutex_);
+  std::vector<std::string> out;
+  for (const auto& entry : entries_)
+    if (!level || entry.level == *level) out.push_back(entry.text);
+  return out;
+}
+
 std::vector<VNRecordingSystemLog::SyslogEntry> VNRecordingSystemLog::syslogEntries() const {
   std::lock_guard lock(mutex_);
   return syslogEntries_;

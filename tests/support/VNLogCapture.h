@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,8 @@ class VNRecordingSystemLog final : public VNSystemLog {
 
   void setLevelEnabled(Level level, bool enabled);
   std::vector<Entry> entries() const;
+  // The texts of the entries, or of those at `level` only.
+  std::vector<std::string> texts(std::optional<Level> level = std::nullopt) const;
   std::vector<SyslogEntry> syslogEntries() const;
 
  private:

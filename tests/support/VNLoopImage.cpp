@@ -20,6 +20,14 @@ int VNRunCommand(const std::string& command, std::string* output) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+VNBindMount::VNBindMount(const std::string& source, const std::string& target) : target_(target) {
+  if (::mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) target_.clear();
+}
+
+VNBindMount::~VNBindMount() {
+  if (ok()) ::umount2(target_.c_str(), MNT_DETACH);
+}
+
 bool VNFileSystemTestsRequired() {
   const char* value = std::getenv("VARNEL_REQUIRE_FS_TESTS");
   return value && std::string(value) == "1";

@@ -33,6 +33,20 @@ class VNLoopImage {
   std::string mountPoint_;  // empty until mounted
 };
 
+// A bind mount of `source` on `target` for the object's lifetime; ok() says
+// whether it was made.
+class VNBindMount {
+ public:
+  VNBindMount(const std::string& source, const std::string& target);
+  ~VNBindMount();
+  VNBindMount(const VNBindMount&) = delete;
+  VNBindMount& operator=(const VNBindMount&) = delete;
+  bool ok() const { return !target_.empty(); }
+
+ private:
+  std::string target_;
+};
+
 // Runs a shell command; returns its exit status (-1 when it could not run).
 int VNRunCommand(const std::string& command, std::string* output = nullptr);
 

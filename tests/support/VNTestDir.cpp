@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -51,8 +52,22 @@ VNTestDir::~VNTestDir() {
   std::filesystem::remove_all(path_, ec);
 }
 
+void VNMakeFolders(const std::string& path, unsigned mode) {
+  std::error_code ec;
+  std::filesystem::create_directories(path, ec);
+  if (ec || ::chmod(path.c_str(), mode) != 0) {
+    std::perror(path.c_str());
+    std::abort();
+  }
+}
+
 void VNWriteTestFile(const std::string& path, const std::string& contents, unsigned mode) {
   int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+  if (fd < 0 && errno == ENOENT) {
+    std::error_code ec;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
+    fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+  }
   if (fd < 0 || ::write(fd, contents.data(), contents.size()) != static_cast<ssize_t>(contents.size())) {
     std::perror(path.c_str());
     std::abort();
@@ -66,4 +81,22 @@ std::string VNReadTestFile(const std::string& path) {
   std::stringstream text;
   text << in.rdbuf();
   return text.str();
+}
+
+bool VNExists(const std::string& path) {
+  struct stat st {};
+  return ::lstat(path.c_str(), &st) == 0;
+}
+
+struct stat VNStatOf(const std::string& path) {
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0) st = {};
+  return st;
+}
+
+std::set<std::string> VNNamesIn(const std::string& folder) {
+  std::set<std::string> names;
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) names.insert(entry.path().filename());
+  return names;
 }

@@ -1,15 +1,8 @@
 // Target-system views on one volume: selection, folders, versions, path
 // mapping, the template receipt and the list queries.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "datatemplate/VNBomStore.h"
-#include "foundation/VNError.h"
 #include "platform/VNResourceValues.h"
-#include "support/VNLogCapture.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 #include "systemview/VNSystem_FileManager_Traditional.h"
 
 namespace {
@@ -19,20 +12,6 @@ using ::testing::HasSubstr;
 constexpr const char* kReceipts = "Library/Veltra/System/Library/Receipts";
 constexpr const char* kReceiptName = "org.varnel.files.data-template";
 
-std::vector<std::string> logTexts(VNLogCapture& capture, VNSystemLog::Level level) {
-  std::vector<std::string> texts;
-  for (const auto& entry : capture.systemLog().entries())
-    if (entry.level == level) texts.push_back(entry.text);
-  return texts;
-}
-
-VNFileURL folderURL(const std::string& path) { return VNFileURL::fileURLWithPath(path, true); }
-VNFileURL fileURL(const std::string& path) { return VNFileURL::fileURLWithPath(path, false); }
-
-void makeFolders(const char* command) {
-  if (std::system(command) != 0) std::abort();
-}
-
 // A one-volume target at dir/target with a version file, a data template's
 // files and the receipts describing them.
 struct Target {
@@ -40,9 +19,7 @@ struct Target {
   std::string root = dir / "target";
   Target() {
     std::string receipts = root + "/" + kReceipts;
-    makeFolders(("mkdir -p '" + root + "/System/Library/Baseworks' '" + root + "/Users/Shared' '" +
-                           receipts + "' '" + dir.path() + "/template/Users/Shared'")
-                    .c_str());
+    VNMakeFolders(receipts);
     VNWriteTestFile(root + "/System/Library/Baseworks/SystemVersion.plist",
                     "<plist><dict><key>ProductVersion</key><string>5.2</string>"
                     "<key>ProductBuildVersion</key><string>5C104</string></dict></plist>");
@@ -56,7 +33,7 @@ struct Target {
                     "<plist><dict><key>PackageVersion</key><string>5.2.1</string></dict></plist>");
   }
   std::unique_ptr<VNSystem_FileManager_DiskBased> view() {
-    return VNSystem_FileManager_DiskBased::appropriateDiskFileMangerForSystemRoot(folderURL(root));
+    return VNSystem_FileManager_DiskBased::appropriateDiskFileMangerForSystemRoot(VNFolderURL(root));
   }
 };
 
@@ -84,14 +61,14 @@ TEST(SystemViewTest, BaseClassQueriesRaiseAndTheDiskBasedClassAnswersNothing) {
 
   Target target;
   VNLogCapture capture(target.dir / "log");
-  auto view = VNSystem_FileManager_DiskBased::initAtRoot(folderURL(target.root));
+  auto view = VNSystem_FileManager_DiskBased::initAtRoot(VNFolderURL(target.root));
   bool exists = true;
-  EXPECT_FALSE(view->pathToRemoteFile(fileURL("/Users"), &exists, true));
+  EXPECT_FALSE(view->pathToRemoteFile(VNURL("/Users"), &exists, true));
   EXPECT_TRUE(exists) << "the existence flag is not written";
   EXPECT_FALSE(view->productVersion());
   EXPECT_FALSE(view->buildVersion());
   EXPECT_TRUE(view->templateReceipt() == nullptr);
-  auto errors = logTexts(capture, VNSystemLog::Level::Error);
+  auto errors = capture.systemLog().texts(VNSystemLog::Level::Error);
   ASSERT_EQ(errors.size(), 1u);
   EXPECT_THAT(errors[0], ::testing::StartsWith("[VNSystem_FileManager_DiskBased:0x"));
   EXPECT_THAT(errors[0], HasSubstr("]: The template receipt plist could not be fetched for: file:///" +
@@ -105,19 +82,19 @@ TEST(SystemViewTest, OneVolumeViewAnswersFromItsRootAndFollowsRootChanges) {
   ASSERT_NE(view, nullptr);
   EXPECT_STREQ(view->className(), "VNSystem_FileManager_Traditional");
   EXPECT_TRUE(view->isFileSystemReady());
-  EXPECT_EQ(view->userHomeRoot(), folderURL(target.root + "/Users"));
-  EXPECT_EQ(view->userContentRoot(), folderURL(target.root));
+  EXPECT_EQ(view->userHomeRoot(), VNFolderURL(target.root + "/Users"));
+  EXPECT_EQ(view->userContentRoot(), VNFolderURL(target.root));
   EXPECT_EQ(view->productVersion(), "5.2");
   EXPECT_EQ(view->buildVersion(), "5C104");
 
-  view->setRoot(folderURL(target.dir / "elsewhere"));
-  EXPECT_EQ(view->userHomeRoot(), folderURL(target.dir / "elsewhere/Users"));
+  view->setRoot(VNFolderURL(target.dir / "elsewhere"));
+  EXPECT_EQ(view->userHomeRoot(), VNFolderURL(target.dir / "elsewhere/Users"));
   EXPECT_FALSE(view->productVersion());
 
   auto unrooted = VNSystem_FileManager_Traditional::initAtRoot(std::nullopt);
   EXPECT_FALSE(unrooted->isFileSystemReady());
   EXPECT_FALSE(unrooted->userHomeRoot());
-  EXPECT_THAT(logTexts(capture, VNSystemLog::Level::Error),
+  EXPECT_THAT(capture.systemLog().texts(VNSystemLog::Level::Error),
               ::testing::ElementsAre(HasSubstr("Returning from initAtRoot with nil root passed!")));
 }
 
@@ -161,14 +138,14 @@ TEST(SystemViewTest, TemplateReceiptLoadsOnceAndTellsLaidDownFilesFromChangedOne
   EXPECT_EQ(receipt->packageVersion(), "5.2.1");
   view->cleanup();
   ASSERT_NE(view->templateReceipt(), nullptr);
-  auto loads = logTexts(capture, VNSystemLog::Level::Default);
+  auto loads = capture.systemLog().texts(VNSystemLog::Level::Default);
   EXPECT_EQ(std::count_if(loads.begin(), loads.end(),
                           [](const std::string& t) { return t.find("Template receipt has been loaded from") != t.npos; }),
             2);
 
   std::string note = target.root + "/Users/Shared/note";
   EXPECT_TRUE(view->matchesFileInDataTemplateWithPath(note, "Users/Shared/note"));
-  EXPECT_THAT(logTexts(capture, VNSystemLog::Level::Default).back(),
+  EXPECT_THAT(capture.systemLog().texts(VNSystemLog::Level::Default).back(),
               HasSubstr("Skipping Users/Shared/note (template checksum matches that of the previous OS)"));
   EXPECT_FALSE(view->matchesFileInDataTemplateWithPath(note, "Users/Shared/unknown"));
   EXPECT_FALSE(view->matchesFileInDataTemplateWithPath(note, "Users/Shared"));
@@ -178,7 +155,7 @@ TEST(SystemViewTest, TemplateReceiptLoadsOnceAndTellsLaidDownFilesFromChangedOne
   EXPECT_EQ(capture.systemLog().entries().size(), before) << "a difference is not logged";
   ::unlink(note.c_str());
   EXPECT_FALSE(view->matchesFileInDataTemplateWithPath(note, "Users/Shared/note"));
-  EXPECT_THAT(logTexts(capture, VNSystemLog::Level::Error).back(), HasSubstr("Unable to compute checksum for " + note));
+  EXPECT_THAT(capture.systemLog().texts(VNSystemLog::Level::Error).back(), HasSubstr("Unable to compute checksum for " + note));
 }
 
 TEST(SystemViewTest, DamagedReceiptIsReportedAndTriedAgain) {
@@ -189,7 +166,7 @@ TEST(SystemViewTest, DamagedReceiptIsReportedAndTriedAgain) {
   VNWriteTestFile(bom, "not a bill of materials");
   auto view = target.view();
   EXPECT_TRUE(view->templateReceipt() == nullptr);
-  EXPECT_THAT(logTexts(capture, VNSystemLog::Level::Error).back(),
+  EXPECT_THAT(capture.systemLog().texts(VNSystemLog::Level::Error).back(),
               HasSubstr("CRReceipt could not be constructed from BOM at path: file://" + bom));
   EXPECT_EQ(view->productVersion(), "5.2") << "the version file does not depend on the receipt";
   VNWriteTestFile(bom, good);
@@ -202,8 +179,8 @@ TEST(SystemViewTest, ResourceValuesAnswerPerPathWithTheLaterOfTwiceGivenPaths) {
   std::vector<std::string> keys = {VNResourceKey::kName, VNResourceKey::kFileSize, VNResourceKey::kIsDirectory,
                                    "noSuchKey"};
   VNError untouched = VNError::posix(EPERM, "sentinel", "test");
-  VNFileURL note = fileURL("/Users/Shared/note");
-  auto values = view->resourceValuesForKeys(keys, {note, fileURL("/missing"), folderURL("/Users"), note}, &untouched);
+  VNFileURL note = VNURL("/Users/Shared/note");
+  auto values = view->resourceValuesForKeys(keys, {note, VNURL("/missing"), VNFolderURL("/Users"), note}, &untouched);
   ASSERT_TRUE(values);
   ASSERT_EQ(values->size(), 2u) << "the missing path has no entry";
   const VNValue& noteValues = values->at(note);
@@ -211,26 +188,22 @@ TEST(SystemViewTest, ResourceValuesAnswerPerPathWithTheLaterOfTwiceGivenPaths) {
   EXPECT_EQ(noteValues.find("fileSize")->asInteger(), 12);
   EXPECT_FALSE(*noteValues.find("isDirectory")->asBoolean());
   EXPECT_TRUE(noteValues.find("noSuchKey") == nullptr);
-  EXPECT_TRUE(*values->at(folderURL("/Users")).find("isDirectory")->asBoolean());
+  EXPECT_TRUE(*values->at(VNFolderURL("/Users")).find("isDirectory")->asBoolean());
   EXPECT_EQ(untouched.filePath(), "sentinel");
   auto none = view->resourceValuesForKeys(keys, {}, nullptr);
   ASSERT_TRUE(none);
   EXPECT_TRUE(none->empty());
 }
 
-}  // namespace
-
-namespace {
-
 TEST(SystemViewTest, BundleInformationAnswersEveryPathBelowTheRoot) {
   Target target;
   std::string app = target.root + "/Applications/Tool.app/Contents";
-  makeFolders(("mkdir -p '" + app + "/_EmporiaReceipt'").c_str());
+  VNMakeFolders(app + "/_EmporiaReceipt");
   VNWriteTestFile(app + "/Info.plist",
                   "<plist><dict><key>QFBundleIdentifier</key><string>org.example.tool</string>"
                   "<key>QFBundleVersion</key><integer>42</integer></dict></plist>");
   auto view = target.view();
-  VNFileURL tool = folderURL("/Applications/Tool.app"), missing = folderURL("/Applications/Missing.app");
+  VNFileURL tool = VNFolderURL("/Applications/Tool.app"), missing = VNFolderURL("/Applications/Missing.app");
   auto info = view->bundleInformationAtPaths({tool, missing, VNFileURL()});
   ASSERT_TRUE(info);
   ASSERT_EQ(info->size(), 3u);

@@ -1,22 +1,12 @@
 // Volume pairs on real btrfs: the storage service, pairing, and the view of a
 // system on a pair.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
-#include <cstring>
-
-#include "foundation/VNError.h"
-#include "platform/VNPlatformService.h"
 #include "platform/VNStorageService.h"
 #include "platform/internal/VNVolumeAttributes.h"
-#include "support/VNLoopImage.h"
-#include "support/VNLogCapture.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 #include "systemview/VNSystem_FileManager_ROSV.h"
 #include "systemview/VNVolumePairing.h"
 
@@ -72,7 +62,7 @@ class VolumePairTest : public ::testing::Test {
   std::string system_ = dir_ / "system", data_ = dir_ / "data", top_ = dir_ / "top";
 };
 
-TEST_F(VolumePairTest, PartnersAreFoundByGroupAndRoleInBothVocabularies) {
+TEST_F(VolumePairTest, PartnersAreFoundByGroupAndRoleInBothVocabulariesAndFromC) {
   VNStorageVolumeRef system = volumeAt(system_ + "/.");
   VNStorageVolumeRef data = volumeAt(data_);
   ASSERT_TRUE(system && data);
@@ -99,6 +89,16 @@ TEST_F(VolumePairTest, PartnersAreFoundByGroupAndRoleInBothVocabularies) {
     EXPECT_FALSE(getPairedVolumeWithRole(data, role)) << "never its own partner";
   }
   EXPECT_EQ(getPairedVolumeWithRole(data, "system-disk")->identifier, system->identifier);
+
+  // The same through the C functions.
+  char mount[4096];
+  int caseSensitive = 0;
+  EXPECT_EQ(vnTestPairFromC(system_.c_str(), "data-disk", mount, sizeof mount, &caseSensitive), 1);
+  EXPECT_EQ(mount, data_);
+  EXPECT_EQ(caseSensitive, 1);
+  EXPECT_EQ(vnTestPairFromC(data_.c_str(), "data", mount, sizeof mount, &caseSensitive), 0) << "never its own partner";
+  EXPECT_EQ(vnTestPairFromC((dir_ / "missing").c_str(), "data", mount, sizeof mount, &caseSensitive), -1);
+  EXPECT_EQ(getPairedVolumeWithRole(volumeAt(system_).get(), nullptr), nullptr);
 
   // A second pair of another group in the same file system, seen through a
   // mount of the top, and a snapshot of the data volume.
@@ -128,7 +128,8 @@ TEST_F(VolumePairTest, ViewOfAPairAnswersFromTheRightVolume) {
   ASSERT_NE(view, nullptr);
   EXPECT_TRUE(view->pointedAtMountedROSVVolume());
   EXPECT_FALSE(view->pointedAtDataVolume());
-  EXPECT_EQ(view->userContentRoot(), VNFileURL::fileURLWithPath(data_, true));
+  EXPECT_EQ(view->userContentRoot(), VNFolderURL(data_));
+  EXPECT_EQ(view->userHomeRoot(), VNFolderURL(system_ + "/Users")) << "the home root is below the system's root";
   bool exists = false;
   EXPECT_EQ(view->pathToRemoteFile(VNFileURL::fileURLWithPath("/Users"), &exists, true)->path(), data_ + "/Users");
   EXPECT_TRUE(exists);
@@ -160,17 +161,6 @@ TEST_F(VolumePairTest, ViewOfAPairAnswersFromTheRightVolume) {
   VNStorageVolumeRef unmounted = getPairedVolumeWithRole(volumeAt(system_), "data");
   ASSERT_TRUE(unmounted) << "an unmounted partner is still found";
   EXPECT_FALSE(unmounted->mountPoint);
-}
-
-TEST_F(VolumePairTest, PairingIsCallableFromC) {
-  char mount[4096];
-  int caseSensitive = 0;
-  EXPECT_EQ(vnTestPairFromC(system_.c_str(), "data-disk", mount, sizeof mount, &caseSensitive), 1);
-  EXPECT_EQ(mount, data_);
-  EXPECT_EQ(caseSensitive, 1);
-  EXPECT_EQ(vnTestPairFromC(data_.c_str(), "data", mount, sizeof mount, &caseSensitive), 0) << "never its own partner";
-  EXPECT_EQ(vnTestPairFromC((dir_ / "missing").c_str(), "data", mount, sizeof mount, &caseSensitive), -1);
-  EXPECT_EQ(getPairedVolumeWithRole(volumeAt(system_).get(), nullptr), nullptr);
 }
 
 TEST(VolumeRoles, PathsOffBtrfsHaveNoRoleAndGarbageIsNoRole) {

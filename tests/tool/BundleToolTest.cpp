@@ -1,10 +1,6 @@
 // varnel bundle info and compare: exit statuses, the answer with its reason,
 // and a leftover removed only when asked.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-
+#include "support/VNTest.h"
 #include "support/VNToolRun.h"
 
 namespace {

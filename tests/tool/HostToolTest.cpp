@@ -1,12 +1,9 @@
 // varnel battery on fake power-supply trees; varnel host on a target system
 // described by its preferences, on "/", and on a root that cannot be opened.
-#include <gtest/gtest.h>
-
-#include <filesystem>
 #include <fstream>
 
 #include "support/VNFakeSysfs.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 #include "support/VNToolRun.h"
 
 namespace {

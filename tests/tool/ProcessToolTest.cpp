@@ -1,13 +1,9 @@
 // varnel run, signal and nvram as a user meets them: exit statuses, what
 // reaches stderr, and refusals that must never hang or write anything.
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <string>
-
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 #include "support/VNToolRun.h"
 
 namespace {

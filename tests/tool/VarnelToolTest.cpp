@@ -1,11 +1,4 @@
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <string>
-
-#include "support/VNLoopImage.h"
-#include "support/VNTestDir.h"
+#include "support/VNTest.h"
 #include "support/VNToolRun.h"
 
 TEST(VarnelTool, VersionAndHelpSucceedOnStdout) {
@@ -44,54 +37,28 @@ TEST(VarnelTool, SelfCheckPrintsValidJSON) {
   VNToolRun check = VNRunVarnel("self-check --json");
   ASSERT_EQ(check.status, 0) << check.err;
   EXPECT_EQ(check.err, "");
-  VNTestDir dir;
-  VNWriteTestFile(dir / "out.json", check.out);
-  std::string verdict;
-  EXPECT_EQ(VNRunCommand("python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); "
-                         "assert d[\"propertyListRoundTrip\"] is True' " + dir / "out.json",
-                         &verdict),
-            0)
-      << verdict << "\n" << check.out;
+  EXPECT_TRUE(VNJSONPasses(check.out, "assert d['propertyListRoundTrip'] is True")) << check.out;
 }
 
 // One name holding every byte a name can hold (1 to 255 but "/") goes
-// through each --json listing and maps back to the file; the text listing
-// keeps it on one line.
+// through each --json listing and maps back to the file (Python reads each
+// escaped byte as the lone surrogate its "surrogateescape" handler turns
+// back into that byte); the text listing keeps it on one line.
 TEST(VarnelTool, JSONNamesOfAnyBytesMapBackToTheFiles) {
   VNTestDir dir;
-  std::string name;
+  std::string name, tree = dir / "tree";
   for (int byte = 1; byte < 256; ++byte)
     if (byte != '/') name += static_cast<char>(byte);
-  std::string tree = dir / "tree";
-  ASSERT_EQ(::mkdir(tree.c_str(), 0755), 0);
   VNWriteTestFile(tree + "/" + name, "x");
   VNWriteTestFile(tree + "/\xFF", "y");
   ASSERT_EQ(VNRunVarnel("bom create " + tree + " " + dir / "t.bom").status, 0);
-
   VNToolRun list = VNRunVarnel("bom list --json " + dir / "t.bom");
   VNToolRun size = VNRunVarnel("size --json " + dir / "tree/*");
   ASSERT_EQ(list.status, 0) << list.err;
   ASSERT_EQ(size.status, 0) << size.err;
-  VNWriteTestFile(dir / "list.json", list.out);
-  VNWriteTestFile(dir / "size.json", size.out);
-  // Python reads each escaped byte as the lone surrogate its
-  // "surrogateescape" error handler turns back into that byte.
-  VNWriteTestFile(dir / "check.py",
-                  "import json, os, sys\n"
-                  "raw = lambda s: s.encode('utf-8', 'surrogateescape')\n"
-                  "tree = sys.argv[1].encode()\n"
-                  "listed = [raw(e['path']) for e in json.load(open(sys.argv[2], 'rb'))]\n"
-                  "sized = [raw(p['path']) for p in json.load(open(sys.argv[3], 'rb'))['paths']]\n"
-                  "names = sorted(os.listdir(tree))\n"
-                  "assert sorted(n for n in listed if n != b'.') == names, listed\n"
-                  "assert sorted(os.path.basename(p) for p in sized) == names, sized\n");
-  std::string verdict;
-  EXPECT_EQ(VNRunCommand("python3 " + dir / "check.py " + tree + " " + dir / "list.json " +
-                             dir / "size.json 2>&1",
-                         &verdict),
-            0)
-      << verdict;
-
+  const std::string names = "names = sorted(os.listdir(b'" + tree + "'))\n";
+  EXPECT_TRUE(VNJSONPasses(list.out, names + "assert sorted(raw(e['path']) for e in d if e['path'] != '.') == names"));
+  EXPECT_TRUE(VNJSONPasses(size.out, names + "assert sorted(os.path.basename(raw(p['path'])) for p in d['paths']) == names"));
   VNToolRun text = VNRunVarnel("bom list " + dir / "t.bom");
   EXPECT_EQ(std::count(text.out.begin(), text.out.end(), '\n'), 3) << text.out;
 }
@@ -101,9 +68,8 @@ TEST(VarnelTool, JSONNamesOfAnyBytesMapBackToTheFiles) {
 // and says why; a path the kernel cannot take is called what it is.
 TEST(VarnelTool, InstallCountsWhatItLaidDownAndSaysWhyItFailed) {
   VNTestDir dir;
-  ASSERT_EQ(VNRunCommand("mkdir -p " + dir / "elsewhere/Users/Shared " + dir / "system/System/Library/Templates " +
-                         dir / "data " + dir / "locked"),
-            0);
+  for (const char* folder : {"system/System/Library/Templates", "data", "locked/.DTemplateInstantiation.lock"})
+    VNMakeFolders(dir / folder);
   VNWriteTestFile(dir / "elsewhere/Users/Shared/file", std::string(5000, 'f'));
   ASSERT_EQ(::symlink((dir / "elsewhere").c_str(), (dir / "system/System/Library/Templates/Data").c_str()), 0);
 
@@ -113,7 +79,6 @@ TEST(VarnelTool, InstallCountsWhatItLaidDownAndSaysWhyItFailed) {
   EXPECT_NE(installed.out.find("\"items\": 4,"), std::string::npos) << installed.out;
 
   // The lock file must be a regular file: a folder there stops the step.
-  ASSERT_EQ(::mkdir((dir / "locked/.DTemplateInstantiation.lock").c_str(), 0755), 0);
   VNToolRun refused = VNRunVarnel("install --system " + dir / "system" + " --data " + dir / "locked");
   EXPECT_EQ(refused.status, 1);
   EXPECT_NE(refused.err.find("varnel: Could not lock the data volume " + dir / "locked\n"), std::string::npos)
