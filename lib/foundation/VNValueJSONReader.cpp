@@ -71,7 +71,7 @@ class Reader {
       case '"': {
         std::optional<std::string> s = string();
         if (!s) return std::nullopt;
-        return VNValue(std::move(*s));
+        return std::optional<VNValue>(std::in_place, std::move(*s));
       }
       case 't': if (word("true")) return VNValue(true); break;
       case 'f': if (word("false")) return VNValue(false); break;
@@ -85,7 +85,7 @@ class Reader {
   std::optional<VNValue> object(int depth) {
     ++at_;
     VNValue::Dictionary dict;
-    if (take('}')) return VNValue(std::move(dict));
+    if (take('}')) return std::optional<VNValue>(std::in_place, std::move(dict));
     do {
       skipSpace();
       if (at_ == text_.size() || text_[at_] != '"') return fail("key expected");
@@ -97,20 +97,20 @@ class Reader {
       if (!dict.emplace(std::move(*key), std::move(*item)).second) return fail("key given twice");
     } while (take(','));
     if (!take('}')) return fail("',' or '}' expected");
-    return VNValue(std::move(dict));
+    return std::optional<VNValue>(std::in_place, std::move(dict));
   }
 
   std::optional<VNValue> array(int depth) {
     ++at_;
     VNValue::Array items;
-    if (take(']')) return VNValue(std::move(items));
+    if (take(']')) return std::optional<VNValue>(std::in_place, std::move(items));
     do {
       std::optional<VNValue> item = parse(depth + 1);
       if (!item) return std::nullopt;
       items.push_back(std::move(*item));
     } while (take(','));
     if (!take(']')) return fail("',' or ']' expected");
-    return VNValue(std::move(items));
+    return std::optional<VNValue>(std::in_place, std::move(items));
   }
 
   std::optional<char32_t> hex4() {
