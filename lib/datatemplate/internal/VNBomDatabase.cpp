@@ -119,6 +119,12 @@ std::shared_ptr<VNBomDatabase> VNBomDatabase::openFile(const std::string& path, 
     VNSetError(error, VNBomFileError(VNBomErrorDamaged, path, "is a damaged bill of materials"));
     return nullptr;
   }
+  // Every read from here on runs in one transaction that lasts as long as
+  // the store, instead of each statement beginning and ending its own
+  // (about a tenth of a lookup's time). The file is locked throughout
+  // either way, and closing the connection ends the transaction.
+  if (sqlite3_exec(bom->handle(), "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK)
+    return VNSetError(error, sqliteFailure(bom->handle(), path, "open")), nullptr;
   return bom;
 }
 
