@@ -9,12 +9,14 @@
 // end of its subtree). The statement keeps its place between calls; after an
 // edit of the store, or a skip, it is re-seeked just past what was returned
 // last (or past its subtree), so edits are neither missed nor repeated.
+// resumeFrom is the key returned last with a NUL byte appended (its first
+// descendant), or with 0x01 after a skip (the end of its subtree); it is
+// rewritten in place for every entry, so a walk allocates nothing for it.
 struct BomEnumerator {
   std::shared_ptr<VNBomDatabase> db;
   VNSqliteStatement walk;
   std::string end;
   std::string resumeFrom;
-  std::string lastKey;
   bool lastWasDirectory = false;
   bool mustSeek = true;
   uint64_t generation = 0;
@@ -53,7 +55,7 @@ BomEntry* bom_enumerator_next(BomEnumerator* walk) {
   if (!walk) return nullptr;
   if ((walk->mustSeek || walk->generation != walk->db->generation()) && !seek(*walk))
     return nullptr;
-  std::string key;
+  std::string_view key;
   std::unique_ptr<BomEntry> entry;
   if (sqlite3_step(walk->walk.get()) == SQLITE_ROW)
     entry = VNBomDatabase::entryFromRow(walk->walk.get(), &key);
@@ -65,14 +67,13 @@ BomEntry* bom_enumerator_next(BomEnumerator* walk) {
     return nullptr;
   }
   walk->lastWasDirectory = entry->type == BomEntryTypeDirectory;
-  walk->resumeFrom = VNBomKeyOfFirstDescendant(key);
-  walk->lastKey = std::move(key);
+  walk->resumeFrom.assign(key).push_back('\0');
   return entry.release();
 }
 
 void bom_enumerator_skip(BomEnumerator* walk) {
   if (!walk || !walk->lastWasDirectory) return;
-  walk->resumeFrom = VNBomKeyAfterSubtree(walk->lastKey);
+  walk->resumeFrom.back() = '\x01';
   walk->lastWasDirectory = false;
   walk->mustSeek = true;
 }

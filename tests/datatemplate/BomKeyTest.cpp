@@ -20,6 +20,18 @@ TEST(BomKey, RefusesDotDotAndOverlongPaths) {
   EXPECT_FALSE(VNBomKeyForPath(longest + "/y"));
 }
 
+// Keys read from a file are checked byte by byte before they become paths.
+TEST(BomKey, ValidKeysAreExactlyThoseOfPaths) {
+  for (const std::string& key : {""s, "\0a"s, "\0a\0b c\0d"s, "\0..a\0b.."s, "\0.x\0x."s,
+                                 "\0\xff\x01"s, "\0"s + std::string(kVNBomMaxKeyBytes - 1, 'x')})
+    EXPECT_TRUE(VNBomIsValidKey(key)) << key.size();
+  for (const std::string& key :
+       {"a"s, "\0"s, "\0a\0"s, "\0a\0\0b"s, "\0."s, "\0.."s, "\0a\0.\0b"s, "\0a\0.."s,
+        "\0a/b"s, "\0/"s, "\0"s + std::string(kVNBomMaxKeyBytes, 'x')})
+    EXPECT_FALSE(VNBomIsValidKey(key)) << key.size();
+  EXPECT_FALSE(VNBomKeyForPath("a/b\0c"s));
+}
+
 TEST(BomKey, PathAndShortNameRoundTrip) {
   EXPECT_EQ(VNBomPathForKey(""), ".");
   EXPECT_EQ(VNBomShortNameForKey(""), ".");

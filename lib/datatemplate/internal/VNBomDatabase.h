@@ -62,12 +62,12 @@ class VNBomDatabase {
   void rollback();
 
   // A statement over the entries with keys in [?1, ?2) in key order, its
-  // columns readable with entryFromRow().
+  // rows readable with entryFromRow().
   VNSqliteStatement prepareRange() const;
-  // The entry of the current row of a statement made by prepareRange() or
-  // lookup's, with its key; null when the row breaks what the table's checks
-  // promise (the file changed after it was opened).
-  static std::unique_ptr<BomEntry> entryFromRow(sqlite3_stmt* statement, std::string* key);
+  // The entry of the current row of a statement made by prepareRange(), its
+  // key in `key` until the statement steps again; null when the row breaks
+  // what the table's checks promise (the file changed after it was opened).
+  static std::unique_ptr<BomEntry> entryFromRow(sqlite3_stmt* statement, std::string_view* key);
 
   // Makes a writable store durable and renames its file over `path`; from
   // then on the store reads the committed file and takes no more edits.
