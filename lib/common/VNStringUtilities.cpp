@@ -70,12 +70,6 @@ std::u16string decomposedUTF16(std::string_view text) {
 
 bool isHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 
-void appendUTF8(std::string& out, char32_t cp) {
-  std::array<utf8proc_uint8_t, 4> bytes{};
-  utf8proc_ssize_t n = utf8proc_encode_char(static_cast<utf8proc_int32_t>(cp), bytes.data());
-  out.append(reinterpret_cast<const char*>(bytes.data()), static_cast<size_t>(n));
-}
-
 // The bytes decomposedUTF16 stands for: UTF-8 of the characters, each
 // escaped byte as itself.
 std::string toUTF8(std::u16string_view units) {
@@ -83,15 +77,11 @@ std::string toUTF8(std::u16string_view units) {
   out.reserve(units.size());
   for (size_t i = 0; i < units.size(); ++i) {
     char32_t cp = units[i];
-    if (VNUTF8IsEscapedByte(cp)) {
-      out += static_cast<char>(cp & 0xFF);
-      continue;
-    }
     if (isHighSurrogate(units[i]) && i + 1 < units.size()) {
       cp = 0x10000 + ((cp - 0xD800) << 10) + (units[i + 1] - 0xDC00);
       ++i;
     }
-    appendUTF8(out, cp);
+    VNAppendUTF8(out, cp);
   }
   return out;
 }

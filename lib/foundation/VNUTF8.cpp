@@ -19,3 +19,18 @@ size_t VNUTF8ValidLength(std::string_view text) {
   }
   return at;
 }
+
+void VNAppendUTF8(std::string& out, char32_t codePoint) {
+  if (VNUTF8IsEscapedByte(codePoint)) {
+    out += static_cast<char>(codePoint & 0xFF);
+    return;
+  }
+  if (codePoint < 0x80) {
+    out += static_cast<char>(codePoint);
+    return;
+  }
+  const int tail = codePoint < 0x800 ? 1 : codePoint < 0x10000 ? 2 : 3;
+  static constexpr unsigned char kLead[] = {0, 0xC0, 0xE0, 0xF0};
+  out += static_cast<char>(kLead[tail] | (codePoint >> (6 * tail)));
+  for (int i = tail - 1; i >= 0; --i) out += static_cast<char>(0x80 | ((codePoint >> (6 * i)) & 0x3F));
+}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 #include "foundation/VNExport.h"
@@ -33,3 +34,7 @@ inline constexpr char16_t VNUTF8EscapedByte(unsigned char byte) {
   return static_cast<char16_t>(0xDC00 | byte);
 }
 inline constexpr bool VNUTF8IsEscapedByte(char32_t unit) { return unit >= 0xDC80 && unit <= 0xDCFF; }
+
+// Appends the UTF-8 of `codePoint` to `out`; an escaped byte (U+DC80 to
+// U+DCFF) is appended as the byte it stands for.
+VN_EXPORT void VNAppendUTF8(std::string& out, char32_t codePoint);

@@ -123,17 +123,6 @@ class Reader {
     return unit;
   }
 
-  static void appendUTF8(std::string& out, char32_t c) {
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-      return;
-    }
-    const int tail = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-    static constexpr unsigned char kLead[] = {0, 0xC0, 0xE0, 0xF0};
-    out += static_cast<char>(kLead[tail] | (c >> (6 * tail)));
-    for (int i = tail - 1; i >= 0; --i) out += static_cast<char>(0x80 | ((c >> (6 * i)) & 0x3F));
-  }
-
   // After "\u": a character, a surrogate pair, or (docs/json.md) a lone
   // U+DC80..U+DCFF standing for the byte outside UTF-8 it ends in.
   bool unicodeEscape(std::string& out) {
@@ -143,13 +132,11 @@ class Reader {
       std::optional<char32_t> low;
       if (!word("\\u") || !(low = hex4()) || *low < 0xDC00 || *low > 0xDFFF)
         return refuse("low surrogate expected");
-      appendUTF8(out, 0x10000 + ((*unit - 0xD800) << 10) + (*low - 0xDC00));
-    } else if (VNUTF8IsEscapedByte(*unit)) {
-      out += static_cast<char>(*unit & 0xFF);
-    } else if (*unit >= 0xDC00 && *unit <= 0xDFFF) {
+      VNAppendUTF8(out, 0x10000 + ((*unit - 0xD800) << 10) + (*low - 0xDC00));
+    } else if (*unit >= 0xDC00 && *unit <= 0xDFFF && !VNUTF8IsEscapedByte(*unit)) {
       return refuse("lone surrogate");
     } else {
-      appendUTF8(out, *unit);
+      VNAppendUTF8(out, *unit);
     }
     return true;
   }
